@@ -1,0 +1,147 @@
+// Any bytes as a tar archive: reading ends, every entry is bounded by the archive, and whether the source lends its
+// memory or is read in pieces makes no difference. What was read can be written, and comes back as it was.
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include <TesselLib/Tar.h>
+
+using namespace Nucleo::Statuses;
+
+namespace
+{
+
+void Require(bool condition)
+{
+    if (!condition) {
+        std::abort();
+    }
+}
+
+/// The same bytes without a length and without a place in memory.
+class PieceStream final : public Nucleo::Stream
+{
+public:
+    PieceStream(const std::uint8_t* data, std::size_t size) : data_(data), left_(size) {}
+    Nucleo::Status Read(void* buffer, std::size_t minimum, std::size_t maximum, std::size_t* count) override
+    {
+        *count = std::min(maximum, left_);
+        if (*count != 0) {
+            std::memcpy(buffer, data_, *count);
+        }
+        data_ += *count;
+        left_ -= *count;
+        return *count >= minimum ? OK : ERROR_END;
+    }
+
+private:
+    const std::uint8_t* data_;
+    std::size_t left_;
+};
+
+struct Entry
+{
+    std::string name;
+    std::uint32_t type;
+    std::vector<std::uint8_t> data;
+    bool operator==(const Entry&) const = default;
+};
+
+std::vector<Entry> ReadAll(Nucleo::Stream& stream, std::size_t archiveSize, Nucleo::Status* end)
+{
+    std::vector<Entry> entries;
+    TesselLib::TarReader reader;
+    Require(reader.Open(stream) == OK);
+    for (std::size_t count = 0;; ++count) {
+        Require(count <= archiveSize / 512);
+        char name[512];
+        TesselLib::TarEntry header;
+        *end = reader.NextEntry(name, sizeof name, &header);
+        if (*end != OK) {
+            return entries;
+        }
+        const std::uint64_t left = reader.BytesLeft();
+        Require(left == std::numeric_limits<std::uint64_t>::max() || left <= archiveSize);
+        if (header.size > archiveSize) {
+            continue;  // A claim that no archive of this size can keep; passed over, or found to be cut.
+        }
+        Entry entry{name, header.type, std::vector<std::uint8_t>(static_cast<std::size_t>(header.size))};
+        if (reader.Read(entry.data.data(), header.size) == OK) {
+            entries.push_back(std::move(entry));
+        }
+    }
+}
+
+/// Puts the right checksum into every block that calls itself a header, since no chance would.
+void RepairChecksums(std::vector<std::uint8_t>& bytes)
+{
+    for (std::size_t block = 0; block + 512 <= bytes.size(); block += 512) {
+        std::uint8_t* header = bytes.data() + block;
+        if (std::memcmp(header + 257, "ustar", 5) != 0) {
+            continue;
+        }
+        std::memset(header + 148, ' ', 8);
+        unsigned sum = 0;
+        for (std::size_t i = 0; i < 512; ++i) {
+            sum += header[i];
+        }
+        char text[8];
+        std::snprintf(text, sizeof text, "%06o", sum);
+        std::memcpy(header + 148, text, 7);
+    }
+}
+
+void Check(const std::uint8_t* data, std::size_t size)
+{
+    Nucleo::Handle<Nucleo::MemoryStream> memory;
+    Require(Nucleo::MemoryStream_Construct(memory.Receive()) == OK);
+    Require(memory->Attach(data, size) == OK);
+    PieceStream pieces(data, size);
+    Nucleo::Status end = OK;
+    Nucleo::Status endOfPieces = OK;
+    const std::vector<Entry> entries = ReadAll(*memory, size, &end);
+    Require(ReadAll(pieces, size, &endOfPieces) == entries && end == endOfPieces);
+    Require(end == ERROR_END || end == ERROR_FORMAT);
+
+    Nucleo::Handle<Nucleo::MemoryStream> copy;
+    Require(Nucleo::MemoryStream_Construct(copy.Receive()) == OK);
+    TesselLib::TarWriter writer;
+    Require(writer.Open(*copy) == OK);
+    std::vector<Entry> expected;
+    std::size_t total = 0;
+    for (const Entry& entry : entries) {
+        // A sparse file's holes can repeat up to the whole size many times over.
+        total += entry.data.size();
+        if (entry.type != 0 || total > size) {
+            continue;
+        }
+        Nucleo::Handle<Nucleo::MemoryStream> content;
+        Require(Nucleo::MemoryStream_Construct(content.Receive()) == OK);
+        Require(content->Attach(entry.data.data(), entry.data.size()) == OK);
+        const Nucleo::Status status = writer.WriteFile("/" + entry.name, *content, entry.data.size());
+        Require(status == OK || status == ERROR_PARAMETER);
+        if (status == OK) {
+            expected.push_back(entry);
+        }
+    }
+    Require(writer.Close() == OK);
+    Require(ReadAll(*copy, copy->Length(), &end) == expected && end == ERROR_END);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    Check(data, size);
+    std::vector<std::uint8_t> repaired(data, data + size);
+    RepairChecksums(repaired);
+    Check(repaired.data(), repaired.size());
+    return 0;
+}

@@ -1,0 +1,106 @@
+#include "Host.h"
+
+#include <optional>
+#include <utility>
+
+#include <VxApi/Exception.h>
+#include <VxApi/Logging.h>
+#include <VxCommon/Protocol/Persistence/PersistDir.h>
+#include <VxRest/HttpServer.h>
+#include <VxRest/ResourceRouter.h>
+
+#include "AutoSaveWatch.h"
+#include "DomainHandler.h"
+#include "HostResources.h"
+#include "SettingGroups.h"
+#include "StateLoader.h"
+#include "UpdateCounter.h"
+#include "VirtualController.h"
+
+namespace VxHost
+{
+namespace
+{
+
+using VxCommon::PersistDomain;
+
+/// Does one part of the start; a failure ends with `code`.
+template <class Action>
+auto Start(ExitCode code, Action action)
+{
+    try {
+        return action();
+    } catch (const std::exception& exception) {
+        throw StartFailure(code, exception.what());
+    }
+}
+
+/// The system in the data folder, which is not touched when the options are unusable.
+VxCommon::TesselSystem OpenSystem(const HostOptions& options)
+{
+    Start(ExitCode::Usage, [&] { VxRest::HttpServer::Check(options.server); });
+    return Start(ExitCode::Data,
+                 [&] { return MakeVirtualController(OpenDataFolder(options.dataFolder), options.nodes); });
+}
+
+}  // namespace
+
+// In the order in which the parts are made; they are destroyed the other way round.
+struct Host::Parts
+{
+    explicit Parts(const HostOptions& options) : system(OpenSystem(options))
+    {
+        Start(ExitCode::Failure, [&] { LoadState(manager, system, watch); });
+        jobs.emplace(router, manager);
+        resources.emplace(router, std::vector<Setting*>{&acquisition, &network, &layout},
+                          StatusResource::Facts{options.dataFolder, options.nodes + 1}, manager, watch);
+        Start(ExitCode::Network, [&] { server.emplace(router, options.server); });
+        resources->Status().SetServer(*server);
+    }
+
+    UpdateCounter updates;
+    VxCommon::TesselSystem system;
+    VxCommon::PersistManager manager{system, updates};
+    Setting acquisition{"acquisition", PersistDomain::JOB, &MakeSettingGroup<AcquisitionSettings>, manager};
+    Setting network{"network", PersistDomain::GLOBAL, &MakeSettingGroup<NetworkSettings>, manager};
+    Setting layout{"layout", PersistDomain::WORKSPACE, &MakeSettingGroup<LayoutSettings>, manager};
+    DomainInfo info;
+    DomainHandler domains{{&acquisition, &network, &layout}, info, manager};
+    AutoSaveWatch watch{manager};
+    VxRest::ResourceRouter router;
+    std::optional<VxCommon::PersistDir> jobs;
+    std::optional<HostResources> resources;
+    std::optional<VxRest::HttpServer> server;
+};
+
+Host::Host(const HostOptions& options) : parts_(std::make_unique<Parts>(options)) {}
+
+Host::~Host()
+{
+    Stop();
+}
+
+std::uint16_t Host::Port() const
+{
+    return parts_->server->Port();
+}
+
+std::vector<std::string> Host::Stop()
+{
+    if (!parts_) {
+        return {};
+    }
+    parts_->server->Stop();
+    parts_->resources.reset();
+    parts_->jobs.reset();
+    try {
+        parts_->manager.Shutdown();
+    } catch (const std::exception& exception) {
+        Vx_Debug_Log(Error, "Saving at the end failed (%s); trying once more.", exception.what());
+    }
+    std::vector<std::string> unsaved = parts_->watch.SaveWaiting();
+    parts_.reset();
+    return unsaved;
+}
+
+}  // namespace VxHost

@@ -1,0 +1,146 @@
+#include "HostOptions.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <fstream>
+#include <map>
+#include <string>
+#include <system_error>
+
+#include <CLI/CLI.hpp>
+
+#include "Version.h"
+
+namespace VxHost
+{
+namespace
+{
+
+constexpr std::uint32_t maxNodes = 256;
+constexpr std::size_t maxTokenSize = 4096;
+
+/// The file's text without line ends and blanks around it.
+std::string ReadToken(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    std::string text(maxTokenSize + 1, '\0');
+    file.read(text.data(), static_cast<std::streamsize>(text.size()));
+    if (!file.is_open() || file.bad()) {
+        throw CLI::ValidationError("--token-file",
+                                   "cannot read \"" + path + "\": " + std::generic_category().message(errno));
+    }
+    text.resize(static_cast<std::size_t>(file.gcount()));
+    if (text.size() > maxTokenSize) {
+        throw CLI::ValidationError("--token-file",
+                                   "\"" + path + "\" is larger than " + std::to_string(maxTokenSize) + " bytes");
+    }
+    constexpr const char* blanks = " \t\r\n";
+    text.erase(text.find_last_not_of(blanks) + 1);
+    text.erase(0, text.find_first_not_of(blanks));
+    if (text.empty()) {
+        throw CLI::ValidationError("--token-file", "\"" + path + "\" holds no token");
+    }
+    return text;
+}
+
+/// An option that is a time in milliseconds.
+void AddTime(CLI::App& app, const char* name, std::chrono::milliseconds& value, const char* description)
+{
+    app.add_option_function<std::int64_t>(
+           name, [&value](std::int64_t count) { value = std::chrono::milliseconds(count); }, description)
+        ->check(CLI::Range(std::int64_t{1}, std::int64_t{86'400'000}).description(""))
+        ->type_name("MS")
+        ->default_str(std::to_string(value.count()))
+        ->group("Limits of the server");
+}
+
+template <class T>
+void AddLimit(CLI::App& app, const char* name, T& value, const char* description)
+{
+    app.add_option(name, value, description)
+        ->type_name("N")
+        ->check([](const std::string& text) { return text.starts_with('-') ? "must not be negative" : ""; })
+        ->capture_default_str()
+        ->group("Limits of the server");
+}
+
+void AddServerLimits(CLI::App& app, VxRest::HttpServerOptions& server)
+{
+    AddLimit(app, "--max-header-bytes", server.headerBytes, "Largest header of a request");
+    AddLimit(app, "--max-header-fields", server.headerFields, "Most fields in a header");
+    AddLimit(app, "--max-body-bytes", server.bodyBytes, "Largest body of a request");
+    AddLimit(app, "--max-all-body-bytes", server.allBodyBytes, "Most body bytes of all requests at a time");
+    AddLimit(app, "--max-json-depth", server.jsonDepth, "Deepest nesting of a document");
+    AddLimit(app, "--max-json-values", server.jsonValues, "Most values in a document");
+    AddLimit(app, "--max-connections", server.connections, "Most open connections");
+    AddLimit(app, "--max-notice-streams", server.noticeStreams, "Most open streams of notices");
+    AddLimit(app, "--notice-history", server.noticeHistory, "Notices kept for clients that come back");
+    AddLimit(app, "--notice-queue", server.noticeQueue, "Notices waiting for a slow client before it is cut off");
+    AddLimit(app, "--work-queue", server.workQueue, "Requests waiting for a worker");
+    AddLimit(app, "--workers", server.workers, "Threads for requests");
+    AddTime(app, "--header-timeout", server.headerDeadline, "Time for a request's header");
+    AddTime(app, "--body-timeout", server.bodyDeadline, "Time for a request's body, beside its size at --body-rate");
+    AddLimit(app, "--body-rate", server.bodyBytesPerSecond, "Bytes a second that a body may take at least");
+    AddTime(app, "--write-timeout", server.writeDeadline, "Time for sending an answer");
+    AddTime(app, "--idle-timeout", server.idleDeadline, "Time that a connection may be idle");
+    AddTime(app, "--heartbeat", server.noticeHeartbeat, "Time between signs of life on notice streams");
+}
+
+}  // namespace
+
+std::optional<ExitCode> ParseOptions(int count, const char* const* arguments, HostOptions& options)
+{
+    CLI::App app("vxhost is a virtual controller: it keeps settings and jobs in a folder and serves them over REST.",
+                 "vxhost");
+    app.footer(
+        "It ends after SIGINT or SIGTERM. Exit codes: 0 success, 2 unusable options, 3 the data folder cannot be\n"
+        "used, 4 the address or port cannot be used, 5 state could not be saved at the end, 1 anything else.");
+    app.set_version_flag("--version", std::string("vxhost ") + Version, "Print the version and end");
+
+    std::string dataFolder = options.dataFolder.string();
+    app.add_option("--data", dataFolder, "Folder that holds the state; made when it is missing")
+        ->type_name("DIR")
+        ->capture_default_str()
+        ->check([](const std::string& text) { return text.empty() ? "the folder's name is empty" : ""; });
+    app.add_option("--address", options.server.address, "IP address to listen on; any but loopback needs a token")
+        ->type_name("A")
+        ->capture_default_str();
+    app.add_option("--port", options.server.port, "Port to listen on; 0 for one that is free")
+        ->type_name("N")
+        ->capture_default_str();
+    app.add_option("--nodes", options.nodes, "Simulated nodes beside the local one")
+        ->type_name("N")
+        ->check(CLI::Range(std::uint32_t{0}, maxNodes).description(""))
+        ->capture_default_str();
+    std::string tokenFile;
+    const CLI::Option* token =
+        app.add_option("--token-file", tokenFile, "File with the bearer token that requests must carry")
+            ->type_name("F");
+    const std::map<std::string, Vx::Logging::Level> levels{{"error", Vx::Logging::Level::Error},
+                                                           {"warning", Vx::Logging::Level::Warning},
+                                                           {"info", Vx::Logging::Level::Info}};
+    std::string level = "warning";
+    app.add_option("--log-level", level, "What is logged to stderr: error, warning or info")
+        ->type_name("L")
+        ->capture_default_str()
+        ->check(CLI::IsMember(levels).description(""));
+    AddServerLimits(app, options.server);
+
+    try {
+        app.parse(count, arguments);
+        options.dataFolder = dataFolder;
+        options.logLevel = levels.at(level);
+        if (*token) {
+            options.server.token = ReadToken(tokenFile);
+        }
+        return std::nullopt;
+    } catch (const CLI::Success& request) {  // --help or --version.
+        app.exit(request);
+        return ExitCode::Success;
+    } catch (const CLI::ParseError& mistake) {
+        std::fprintf(stderr, "vxhost: %s\nvxhost --help lists the options.\n", mistake.what());
+        return ExitCode::Usage;
+    }
+}
+
+}  // namespace VxHost

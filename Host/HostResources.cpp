@@ -1,0 +1,53 @@
+#include "HostResources.h"
+
+#include <string>
+#include <utility>
+
+namespace VxHost
+{
+namespace
+{
+
+std::vector<std::string> Paths(const std::vector<Setting*>& settings)
+{
+    std::vector<std::string> paths;
+    for (const Setting* setting : settings) {
+        paths.push_back("/settings/" + setting->Name());
+    }
+    return paths;
+}
+
+}  // namespace
+
+HostResources::HostResources(VxRest::ResourceRouter& router, const std::vector<Setting*>& settings,
+                             StatusResource::Facts facts, const VxCommon::PersistManager& manager,
+                             const AutoSaveWatch& watch)
+    : router_(router),
+      settingsLinks_(Paths(settings)),
+      status_(std::move(facts), manager, watch),
+      root_({"/jobs", "/notifications", "/settings", "/status"})
+{
+    for (Setting* setting : settings) {
+        settings_.emplace_back(*setting);
+    }
+    Register();
+}
+
+void HostResources::Register()
+{
+    router_.Register("/", root_);
+    router_.Register("/status", status_);
+    router_.Register("/settings", settingsLinks_);
+    for (SettingResource& setting : settings_) {
+        router_.Register(setting.Path(), setting);
+    }
+}
+
+HostResources::~HostResources()
+{
+    router_.Deregister("/settings", true);
+    router_.Deregister("/status", false);
+    router_.Deregister("/", false);
+}
+
+}  // namespace VxHost

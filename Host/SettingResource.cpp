@@ -1,0 +1,26 @@
+#include "SettingResource.h"
+
+namespace VxHost
+{
+
+SettingResource::SettingResource(Setting& setting)
+    : setting_(setting), path_("/settings/" + setting.Name()), changed_(setting.ChangedEvent().Subscribe([this] {
+          NotificationEvent().Raise(VxRest::EventType::Updated, path_);
+      }))
+{}
+
+nlohmann::json SettingResource::Document(const VxRest::RequestInfo& request, VxRest::ResponseInfo& /*response*/)
+{
+    nlohmann::json document = setting_.Document();
+    if (request.IsSchemaRequested()) {
+        document["_schema"] = setting_.Schema();
+    }
+    return document;
+}
+
+void SettingResource::UpdateDocument(const VxRest::RequestInfo& /*request*/, const nlohmann::json& document)
+{
+    setting_.Update(document);
+}
+
+}  // namespace VxHost

@@ -1,0 +1,80 @@
+#include "StatusResource.h"
+
+#include <string>
+#include <system_error>
+#include <utility>
+
+#include "Version.h"
+
+namespace VxHost
+{
+namespace
+{
+
+using VxCommon::PersistDomain;
+
+struct StatusProperties final : Vx::Params::Group
+{
+    template <class T>
+    using Value = Vx::Params::Value<T>;
+
+    StatusProperties() : Group("Status") {}
+
+    Value<std::string> version{*this, "version", {.readOnly = true}};
+    Value<std::uint64_t> upTime{*this, "upTime", {.title = "Time since the start", .units = "s", .readOnly = true}};
+    Value<std::uint64_t> nodes{*this, "nodes", {.title = "Nodes of the system", .readOnly = true}};
+    Value<std::uint64_t> freeSpace{
+        *this, "freeSpace", {.title = "Free space of the data folder", .units = "B", .readOnly = true}};
+    Value<bool> globalUnsaved{*this, "globalUnsaved", {.title = "GLOBAL waits to be saved", .readOnly = true}};
+    Value<bool> workspaceUnsaved{*this, "workspaceUnsaved", {.title = "WORKSPACE waits to be saved", .readOnly = true}};
+    Value<bool> jobUnsaved{*this, "jobUnsaved", {.title = "The loaded job is modified", .readOnly = true}};
+    Value<std::uint64_t> failedSaves{*this, "failedSaves", {.title = "Failed saves of what waits", .readOnly = true}};
+    Value<std::uint64_t> requests{*this, "requests", {.title = "HTTP requests so far", .readOnly = true}};
+    Value<std::uint64_t> connections{*this, "connections", {.title = "HTTP connections", .readOnly = true}};
+    Value<std::uint64_t> noticeStreams{*this, "noticeStreams", {.title = "Notice streams", .readOnly = true}};
+    Value<std::uint64_t> notices{*this, "notices", {.title = "Notices so far", .readOnly = true}};
+    Value<std::uint64_t> slowClients{
+        *this, "slowClients", {.title = "Notice streams cut off as too slow", .readOnly = true}};
+};
+
+std::uint64_t FreeSpace(const std::filesystem::path& folder)
+{
+    std::error_code error;
+    const std::filesystem::space_info space = std::filesystem::space(folder, error);
+    return error ? 0 : space.available;
+}
+
+}  // namespace
+
+StatusResource::StatusResource(Facts facts, const VxCommon::PersistManager& manager, const AutoSaveWatch& watch)
+    : facts_(std::move(facts)), manager_(manager), watch_(watch)
+{}
+
+nlohmann::json StatusResource::Document(const VxRest::RequestInfo& request, VxRest::ResponseInfo& /*response*/)
+{
+    StatusProperties status;
+    status.version.Fill(Version);
+    const auto upTime = std::chrono::steady_clock::now() - start_;
+    status.upTime.Fill(static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::seconds>(upTime).count()));
+    status.nodes.Fill(facts_.nodes);
+    status.freeSpace.Fill(FreeSpace(facts_.dataFolder));
+    status.globalUnsaved.Fill(watch_.IsWaiting(PersistDomain::GLOBAL));
+    status.workspaceUnsaved.Fill(watch_.IsWaiting(PersistDomain::WORKSPACE));
+    status.jobUnsaved.Fill(manager_.HasUnsavedChanges(PersistDomain::JOB));
+    status.failedSaves.Fill(watch_.FailedSaves(PersistDomain::GLOBAL) + watch_.FailedSaves(PersistDomain::WORKSPACE));
+    if (const VxRest::HttpServer* server = server_) {
+        const VxRest::HttpServerStatistics counters = server->Statistics();
+        status.requests.Fill(counters.requests);
+        status.connections.Fill(counters.connections);
+        status.noticeStreams.Fill(counters.noticeStreams);
+        status.notices.Fill(counters.notices);
+        status.slowClients.Fill(counters.slowClients);
+    }
+    nlohmann::json document = Vx::Params::NodeToJson(status);
+    if (request.IsSchemaRequested()) {
+        document["_schema"] = status.Schema();
+    }
+    return document;
+}
+
+}  // namespace VxHost

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+
+#include <VxApi/Params.h>
+#include <VxCommon/Persistence/PersistManager.h>
+#include <VxRest/HttpServer.h>
+#include <VxRest/Resource.h>
+
+#include "AutoSaveWatch.h"
+
+namespace VxHost
+{
+
+/// "/status": how the host is doing. Safe on any thread; not immediate, since it asks the manager and the file system.
+class StatusResource final : public VxRest::DocumentResourceBase
+{
+public:
+    /// What does not change while the host runs.
+    struct Facts
+    {
+        std::filesystem::path dataFolder;
+        std::uint64_t nodes = 0;
+    };
+
+    /// The manager and the watch must outlive the resource.
+    StatusResource(Facts facts, const VxCommon::PersistManager& manager, const AutoSaveWatch& watch);
+
+    /// The server whose counters are shown; until it is there they are 0. It must outlive every request.
+    void SetServer(const VxRest::HttpServer& server) noexcept { server_ = &server; }
+
+    nlohmann::json Document(const VxRest::RequestInfo& request, VxRest::ResponseInfo& response) override;
+
+private:
+    const Facts facts_;
+    const VxCommon::PersistManager& manager_;
+    const AutoSaveWatch& watch_;
+    std::atomic<const VxRest::HttpServer*> server_{nullptr};
+    const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+};
+
+}  // namespace VxHost

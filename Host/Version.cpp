@@ -1,0 +1,3 @@
+#include "Version.h"
+
+const char* const VxHost::Version = VX_HOST_VERSION;

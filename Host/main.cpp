@@ -1,0 +1,71 @@
+// vxhost: options in, signals, exit code out.
+
+#include <pthread.h>
+#include <csignal>
+#include <cstdio>
+
+#include "ConsoleLog.h"
+#include "Host.h"
+#include "HostOptions.h"
+
+namespace
+{
+
+using VxHost::ExitCode;
+
+/// Blocks the signals that end the host, in this thread and all that it will start: they wait until somebody asks for
+/// them, so one that comes during the start or during the stop interrupts nothing.
+sigset_t BlockEndSignals()
+{
+    std::signal(SIGPIPE, SIG_IGN);  // A reader of the log that goes away is no reason to end.
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    return signals;
+}
+
+std::string UrlOf(const std::string& address, unsigned port)
+{
+    const bool isVersion6 = address.find(':') != std::string::npos;
+    return "http://" + (isVersion6 ? "[" + address + "]" : address) + ":" + std::to_string(port);
+}
+
+ExitCode Run(const VxHost::HostOptions& options, const sigset_t& endSignals)
+{
+    const VxHost::ConsoleLog log(options.logLevel);
+    VxHost::Host host(options);
+    std::printf("vxhost: listening on %s\n", UrlOf(options.server.address, host.Port()).c_str());
+    std::fflush(stdout);
+
+    int signal = 0;
+    sigwait(&endSignals, &signal);
+
+    const std::vector<std::string> unsaved = host.Stop();
+    for (const std::string& message : unsaved) {
+        std::fprintf(stderr, "vxhost: %s\n", message.c_str());
+    }
+    return unsaved.empty() ? ExitCode::Success : ExitCode::Unsaved;
+}
+
+}  // namespace
+
+int main(int count, char** arguments)
+{
+    ExitCode code = ExitCode::Failure;
+    try {
+        VxHost::HostOptions options;
+        if (const auto ended = VxHost::ParseOptions(count, arguments, options)) {
+            return static_cast<int>(*ended);
+        }
+        const sigset_t endSignals = BlockEndSignals();
+        code = Run(options, endSignals);
+    } catch (const VxHost::StartFailure& failure) {
+        std::fprintf(stderr, "vxhost: %s\n", failure.what());
+        code = failure.Code();
+    } catch (const std::exception& exception) {
+        std::fprintf(stderr, "vxhost: %s\n", exception.what());
+    }
+    return static_cast<int>(code);
+}

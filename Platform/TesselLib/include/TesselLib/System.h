@@ -1,0 +1,94 @@
+#pragma once
+// The sensor system and its nodes, as the platform shows them to an application.
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <Nucleo/Object.h>
+#include <TesselLib/Address.h>
+#include <TesselLib/Storage.h>
+
+namespace TesselLib
+{
+
+/// Controller types: which hardware, or emulation, a node runs on. Codes of other hardware pass through unnamed.
+enum class ControllerType : std::int32_t
+{
+    Unknown = 0,
+    Virtual = 1,
+    SensorA = 3,
+    SensorB = 4,
+    SensorC = 6,
+    AccelixA = 7,
+    AccelixB = 8,
+    SensorD = 9,
+    SensorE = 10,
+};
+
+/// Operating systems.
+enum class OperatingSystem : std::int32_t
+{
+    Unknown = 0,
+    Embedded = 1,
+    Linux = 2,
+    Windows = 3
+};
+
+/// Writes the controller type's name ("virtual", "sensor-a", ..., "type-5" for a code without a name, which is shown as
+/// an unsigned number) and a NUL. ERROR_CAPACITY when it does not fit; 16 bytes always suffice.
+Nucleo::Status ControllerType_Format(std::int32_t type, char* text, std::size_t capacity);
+
+/// What a node says about itself.
+struct NodeInfo
+{
+    std::uint32_t id = 0;
+    std::int32_t controllerType = 0;
+    std::string name;
+    IpConfig ipConfig;
+    MacAddress macAddress;
+};
+
+/// A block of bytes that the platform hands out, such as a crash log.
+class DataObject : public Nucleo::Object
+{
+public:
+    static const Nucleo::Type& StaticType() noexcept;
+    std::vector<std::uint8_t> bytes;
+};
+
+/// One node of the system. Its operations may be called from any thread and may overlap. A node lives as long as its
+/// system.
+class Node
+{
+public:
+    virtual ~Node() = default;
+
+    virtual std::uint32_t Id() const = 0;
+
+    /// Fills `*info`. ERROR_STATE while the node cannot be reached; `*info` is left alone then.
+    virtual Nucleo::Status ReadInfo(NodeInfo* info) const = 0;
+
+    /// The node's files; lives as long as the node.
+    virtual TesselLib::Storage& Storage() = 0;
+
+    /// Makes a new object with what the node kept of its last crash; ERROR_NOT_FOUND when it kept nothing. The caller
+    /// releases the object; on failure `*log` is null. `allocator`: null for the default one.
+    virtual Nucleo::Status ReadCrashLog(DataObject** log, Nucleo::Allocator* allocator) = 0;
+
+    /// Makes a new object with the node's report: plain text, one "name: value" a line. As ReadCrashLog.
+    virtual Nucleo::Status ReadNodeReport(DataObject** report, Nucleo::Allocator* allocator) = 0;
+};
+
+/// The system: reference-counted; nodes are found by id.
+class System : public Nucleo::Object
+{
+public:
+    static const Nucleo::Type& StaticType() noexcept;
+
+    /// ERROR_NOT_FOUND when there is no node of that id; `*node` is null then.
+    virtual Nucleo::Status FindNode(std::uint32_t id, Node** node) = 0;
+};
+
+}  // namespace TesselLib

@@ -1,0 +1,21 @@
+#pragma once
+// Holds a re-entrant lock for a scope.
+
+#include <Nucleo/Lock.h>
+
+namespace Vx
+{
+
+class VX_SCOPED_CAPABILITY Locker
+{
+public:
+    explicit Locker(Nucleo::Lock& lock) VX_ACQUIRE(lock) : lock_(lock) { lock_.Enter(); }
+    ~Locker() VX_RELEASE() { lock_.Leave(); }
+    Locker(const Locker&) = delete;
+    Locker& operator=(const Locker&) = delete;
+
+private:
+    Nucleo::Lock& lock_;
+};
+
+}  // namespace Vx

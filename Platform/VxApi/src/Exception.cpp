@@ -1,0 +1,119 @@
+#include <execinfo.h>
+
+#include <cstdlib>
+#include <memory>
+#include <new>
+
+#include <nlohmann/json.hpp>
+
+#include <VxApi/Exception.h>
+#include <VxApi/Logging.h>
+
+namespace Vx
+{
+namespace
+{
+
+constexpr int maxFrames = 32;
+
+std::vector<void*> BackTrace()
+{
+    void* frames[maxFrames];
+    const int count = backtrace(frames, maxFrames);
+    // The first two frames are this function and the exception's constructor.
+    const int skipped = count < 2 ? count : 2;
+    return {frames + skipped, frames + count};
+}
+
+std::string Words(Nucleo::Status status, const std::string& message)
+{
+    if (!message.empty()) {
+        return message;
+    }
+    std::string words(Nucleo::StatusText(status));
+    words += " (";
+    words += Nucleo::StatusName(status);
+    words += ", " + std::to_string(status) + ")";
+    return words;
+}
+
+}  // namespace
+
+Exception::Exception(Location location, Nucleo::Status status) : Exception(location, status, std::string()) {}
+
+Exception::Exception(Location location, Nucleo::Status status, std::string message)
+    : status_(status),
+      line_(location.line),
+      file_(location.file),
+      function_(location.function),
+      message_(std::move(message)),
+      what_(Words(status_, message_)),
+      trace_(BackTrace())
+{}
+
+void Exception::Log(const Location& location) const
+{
+    Logging::Debug(Logging::Level::Error, location, "Exception %d (%s) in %s, %s:%d: %s", status_,
+                   std::string(Nucleo::StatusName(status_)), function_, file_, line_, what_);
+    const std::unique_ptr<char*, decltype(&std::free)> symbols(
+        backtrace_symbols(trace_.data(), static_cast<int>(trace_.size())), &std::free);
+    if (!symbols) {
+        return;
+    }
+    for (std::size_t i = 0; i < trace_.size(); ++i) {
+        Logging::Debug(Logging::Level::Error, location, "  #%llu %s", static_cast<unsigned long long>(i),
+                       static_cast<const char*>(symbols.get()[i]));
+    }
+}
+
+Nucleo::Status CarriedStatus(const std::exception& exception) noexcept
+{
+    const auto* carrier = dynamic_cast<const Exception*>(&exception);
+    return carrier != nullptr ? carrier->Status() : Nucleo::OK;
+}
+
+Nucleo::Status StatusOf(const std::exception& exception) noexcept
+{
+    if (const auto* carrier = dynamic_cast<const Exception*>(&exception)) {
+        return carrier->Status();
+    }
+    if (dynamic_cast<const std::bad_alloc*>(&exception) != nullptr) {
+        return Nucleo::ERROR_MEMORY;
+    }
+    if (dynamic_cast<const nlohmann::json::exception*>(&exception) != nullptr) {
+        return Nucleo::ERROR_PARAMETER;
+    }
+    return Nucleo::ERROR_STATE;
+}
+
+Nucleo::Status StatusOf(const std::exception_ptr& exception) noexcept
+{
+    if (!exception) {
+        return Nucleo::OK;
+    }
+    try {
+        std::rethrow_exception(exception);
+    } catch (const std::exception& caught) {
+        return StatusOf(caught);
+    } catch (...) {
+        return Nucleo::ERROR_STATE;
+    }
+}
+
+void LogException(const Location& location, const std::exception& exception)
+{
+    if (const auto* carrier = dynamic_cast<const Exception*>(&exception)) {
+        carrier->Log(location);
+    } else {
+        Logging::Debug(Logging::Level::Error, location, "Exception: %s", exception.what());
+    }
+}
+
+void Check(const Location& location, Nucleo::Status status)
+{
+    if (status != Nucleo::OK) {
+        throw Exception(location, status);
+    }
+}
+
+}  // namespace Vx

@@ -1,0 +1,89 @@
+#pragma once
+// Serves a ResourceRouter over HTTP/1.1: documents, commands, change notices.
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include <VxRest/ResourceRouter.h>
+
+namespace VxRest
+{
+
+/// Limits and addresses of a server. Every value has a safe default.
+struct HttpServerOptions
+{
+    std::string address = "127.0.0.1";  ///< IP address to listen on; any but loopback needs a token.
+    std::uint16_t port = 8080;          ///< 0: one that the system chooses, see HttpServer::Port.
+    std::string token;                  ///< Bearer token that guards everything, in visible ASCII; empty: none.
+
+    std::size_t headerBytes = 8 * 1024;
+    std::size_t headerFields = 64;
+    std::uint64_t bodyBytes = std::uint64_t{64} * 1024 * 1024;
+    std::uint64_t allBodyBytes = std::uint64_t{256} * 1024 * 1024;  ///< Of all requests at a time; 503 beyond it.
+    std::size_t jsonDepth = 64;
+    std::size_t jsonValues = 1'000'000;  ///< Values in a structured body, each of which takes many times its text.
+    std::size_t connections = 1024;      ///< Open connections, notice streams included; 503 beyond it.
+    std::size_t noticeStreams = 512;
+    std::size_t noticeHistory = 1024;  ///< Notices kept for Last-Event-ID.
+    std::size_t noticeQueue = 256;     ///< Notices waiting for one slow client before it is cut off.
+    std::size_t workQueue = 256;       ///< Requests waiting for a worker before 503.
+    std::size_t workers = 2;
+
+    // Deadlines count from the beginning of what they bound, however much arrives meanwhile. They are looked at several
+    // times in the shortest of them, at least twice a second.
+    std::chrono::milliseconds headerDeadline{10'000};  ///< From a request's first byte to its header's last.
+    std::chrono::milliseconds bodyDeadline{30'000};    ///< Plus the body's size at bodyBytesPerSecond.
+    std::uint64_t bodyBytesPerSecond = 64 * 1024;
+    std::chrono::milliseconds writeDeadline{30'000};  ///< For one answer, or for one batch of notices.
+    std::chrono::milliseconds idleDeadline{60'000};   ///< Without a request.
+    std::chrono::milliseconds noticeHeartbeat{15'000};
+};
+
+/// Counters of a running server.
+struct HttpServerStatistics
+{
+    std::uint64_t requests = 0;       ///< Headers read so far.
+    std::uint64_t connections = 0;    ///< Open now.
+    std::uint64_t noticeStreams = 0;  ///< Open now.
+    std::uint64_t notices = 0;        ///< Raised so far.
+    std::uint64_t slowClients = 0;    ///< Notice streams cut off because their queue was full.
+};
+
+/// One I/O thread for sockets and notices, `workers` threads for resource calls. Start and stop from one thread.
+class HttpServer
+{
+public:
+    /// Throws Vx::Exception with ERROR_PARAMETER for options that the constructor would refuse as unusable or unsafe;
+    /// opens nothing.
+    static void Check(HttpServerOptions options);
+
+    /// Binds, listens and serves until Stop. `router` must outlive the server. Throws Vx::Exception: ERROR_PARAMETER
+    /// for options that are unusable or unsafe (an address other than loopback without a token), ERROR_BUSY when the
+    /// port is taken, ERROR_ACCESS or ERROR_IO when the address cannot be used.
+    HttpServer(ResourceRouter& router, HttpServerOptions options);
+
+    /// Stops.
+    ~HttpServer();
+    HttpServer(const HttpServer&) = delete;
+    HttpServer& operator=(const HttpServer&) = delete;
+
+    /// The port that is listened on.
+    std::uint16_t Port() const;
+
+    /// Takes no more connections, lets running resource calls end and sends their answers (for at most `patience`),
+    /// answers 503 to requests that still wait for a worker, closes every connection and joins the threads. A call that
+    /// is still running when patience ends is waited for all the same, but gets no answer out. Later calls do nothing.
+    /// Not to be called from inside a resource.
+    void Stop(std::chrono::milliseconds patience = std::chrono::milliseconds{2000});
+
+    HttpServerStatistics Statistics() const;
+
+private:
+    class Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace VxRest

@@ -1,0 +1,53 @@
+#include <gtest/gtest.h>
+
+#include <Nucleo/Format.h>
+
+namespace
+{
+
+template <class... Args>
+std::string Printed(const char* format, const Args&... args)
+{
+    return Nucleo::Print(format, Nucleo::MakeFormatArgs(args...));
+}
+
+enum class Kind : std::uint32_t
+{
+    Seven = 7
+};
+
+TEST(FormatTest, PrintsEachKindAsThePrintfFamilyDoes)
+{
+    EXPECT_EQ(Printed("%d %u %lld %llu", -1, 4294967295U, -5LL, ~0ULL), "-1 4294967295 -5 18446744073709551615");
+    EXPECT_EQ(Printed("[%5d|%-5d|%05d|%+d|%x|%#X|%o]", 42, 42, 42, 42, 255, 255, 8),
+              "[   42|42   |00042|+42|ff|0XFF|10]");
+    EXPECT_EQ(Printed("%.2f %g %e", 1.005, 0.5F, 12345.0), "1.00 0.5 1.234500e+04");
+    EXPECT_EQ(Printed("%s|%8s|%.2s|%c", std::string("text"), "right", "cut", 'x'), "text|   right|cu|x");
+    EXPECT_EQ(Printed("%d %s", Kind::Seven, static_cast<const char*>(nullptr)), "7 (null)");
+    EXPECT_EQ(Printed("100%% of %d%%", 3), "100% of 3%");
+    EXPECT_EQ(Printed("%hhd %hd %d", 257, 65537, 0x1'0000'0001LL), "1 1 1");
+    EXPECT_EQ(Printed("%s", std::string(5000, 'a')), std::string(5000, 'a'));
+}
+
+// Positions are read over: arguments are taken in the order of the specifiers.
+TEST(FormatTest, TakesArgumentsInOrderWhateverTheirPositionSays)
+{
+    EXPECT_EQ(Printed("The file name %1$s contains an invalid character: %2$s", "a:b", ":"),
+              "The file name a:b contains an invalid character: :");
+    EXPECT_EQ(Printed("%2$s %1$d", "first", 2), "first 2");
+}
+
+// A wrong format must never follow a number as a pointer, nor read beyond the arguments.
+TEST(FormatTest, ASpecifierThatDoesNotFitItsArgumentPrintsAPlaceholder)
+{
+    EXPECT_EQ(Printed("%s", 42), "(?)");
+    EXPECT_EQ(Printed("%d", "text"), "(?)");
+    EXPECT_EQ(Printed("%f %d", 1, 2.0), "(?) (?)");
+    EXPECT_EQ(Printed("%d %d", 1), "1 (?)");
+    EXPECT_EQ(Printed("%n%p", 1, 2), "(?)(?)");
+    EXPECT_EQ(Printed("open %", 1), "open (?)");
+    EXPECT_EQ(Printed("%99999999999d", 1), "(?)");
+    EXPECT_EQ(Printed("%s", "%s%n"), "%s%n");
+}
+
+}  // namespace

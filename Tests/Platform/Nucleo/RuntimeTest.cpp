@@ -1,0 +1,164 @@
+#include <atomic>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include <Nucleo/Log.h>
+#include <Nucleo/Object.h>
+#include <Nucleo/Path.h>
+#include <Nucleo/Status.h>
+#include <Nucleo/Stream.h>
+
+using namespace Nucleo::Statuses;
+
+namespace
+{
+
+class Probe final : public Nucleo::Object
+{
+public:
+    explicit Probe(int* destroyed) : destroyed_(destroyed)
+    {
+        if (destroyed == nullptr) {
+            throw std::runtime_error("no counter");
+        }
+    }
+    ~Probe() override { ++*destroyed_; }
+    static const Nucleo::Type& StaticType() noexcept
+    {
+        static const Nucleo::Type type{"Probe", &Object::StaticType(), sizeof(Probe), &VRelease};
+        return type;
+    }
+    static inline Nucleo::Status releaseStatus = OK;
+
+private:
+    static Nucleo::Status VRelease(Object*) { return releaseStatus; }
+    int* destroyed_;
+};
+
+TEST(ObjectTest, EndsWithItsLastReferenceUnlessItsReleaseFails)
+{
+    int destroyed = 0;
+    Probe* probe = nullptr;
+    ASSERT_EQ(Nucleo::Construct(&probe, nullptr, &destroyed), OK);
+    EXPECT_STREQ(probe->ObjectType().name, "Probe");
+    probe->Share();
+    EXPECT_EQ(probe->Release(), OK);
+    EXPECT_EQ(destroyed, 0);
+
+    Probe::releaseStatus = ERROR_IO;
+    EXPECT_EQ(Nucleo::Destroy(probe), ERROR_IO);
+    EXPECT_EQ(destroyed, 0);
+    Probe::releaseStatus = OK;
+    EXPECT_EQ(Nucleo::Destroy(probe), OK);
+    EXPECT_EQ(destroyed, 1);
+    EXPECT_EQ(Nucleo::Destroy(nullptr), OK);
+
+    EXPECT_EQ(Nucleo::Construct(&probe, nullptr, static_cast<int*>(nullptr)), ERROR_STATE);
+    EXPECT_EQ(probe, nullptr);
+}
+
+TEST(MemoryStreamTest, GrowsOrReadsABlockAndHandsItsContentOver)
+{
+    Nucleo::Handle<Nucleo::MemoryStream> stream;
+    ASSERT_EQ(Nucleo::MemoryStream_Construct(stream.Receive()), OK);
+    ASSERT_EQ(stream->Write("hello", 5), OK);
+    char text[8] = {};
+    std::size_t count = 0;
+    EXPECT_EQ(stream->Read(text, 1, 3, &count), OK);
+    EXPECT_EQ(std::string(text, count), "hel");
+    EXPECT_EQ(stream->BytesLeft(), 2U);
+    EXPECT_EQ(stream->Read(text, 3, 8, &count), ERROR_END);
+    EXPECT_EQ(std::string(text, count), "lo");
+    EXPECT_EQ(stream->TakeContent().size(), 5U);
+    EXPECT_EQ(stream->Length(), 0U);
+    EXPECT_EQ(stream->Reserve(~std::uint64_t{0} / 2), ERROR_MEMORY);
+
+    const std::uint8_t block[] = {1, 2, 3};
+    EXPECT_EQ(stream->Attach(nullptr, 1), ERROR_PARAMETER);
+    ASSERT_EQ(stream->Attach(block, sizeof block), OK);
+    EXPECT_EQ(stream->Write("x", 1), ERROR_STATE);
+    std::uint8_t read[3] = {};
+    EXPECT_EQ(Nucleo::ReadExactly(*stream, read, 3), OK);
+    EXPECT_EQ(read[2], 3);
+    EXPECT_EQ(Nucleo::ReadExactly(*stream, read, 1), ERROR_END);
+}
+
+TEST(PathTest, CombinesAndCutsWithinTheRoomThatThereIs)
+{
+    char buffer[12];
+    std::size_t length = 0;
+    EXPECT_EQ(Nucleo::Path_Combine(buffer, sizeof buffer, "/user", "a.xml", &length), OK);
+    EXPECT_STREQ(buffer, "/user/a.xml");
+    EXPECT_EQ(Nucleo::Path_Combine(buffer, sizeof buffer, "/user", "aa.xml", &length), ERROR_CAPACITY);
+    EXPECT_EQ(length, 0U);
+    EXPECT_EQ(Nucleo::Path_Combine(buffer, sizeof buffer, "/", "a", &length), OK);
+    EXPECT_STREQ(buffer, "/a");
+    // A NUL is a byte of the name, so the length says more than the text.
+    EXPECT_EQ(Nucleo::Path_Combine(buffer, sizeof buffer, "/user", std::string_view("a\0b", 3), &length), OK);
+    EXPECT_EQ(length, 9U);
+
+    struct Case
+    {
+        const char* name;
+        Nucleo::Status status;
+        const char* extension;
+        const char* stripped;
+    };
+    for (const Case& c :
+         {Case{"a.vpjob", OK, "vpjob", "a"}, Case{"a.b.c", OK, "c", "a.b"}, Case{".vpjob", OK, "vpjob", ""},
+          Case{"none", ERROR_NOT_FOUND, "", "none"}, Case{"a.", OK, "", "a"}}) {
+        buffer[0] = '\0';
+        EXPECT_EQ(Nucleo::Path_Extension(buffer, sizeof buffer, c.name, &length), c.status) << c.name;
+        EXPECT_STREQ(buffer, c.extension) << c.name;
+        EXPECT_EQ(Nucleo::Path_StripExtension(buffer, sizeof buffer, c.name, &length), OK) << c.name;
+        EXPECT_STREQ(buffer, c.stripped) << c.name;
+    }
+    EXPECT_EQ(Nucleo::Path_Extension(buffer, 4, "a.long", &length), ERROR_CAPACITY);
+}
+
+// A handler that removes itself, and one that is removed while another thread is inside it.
+TEST(LogHandlerTest, RemovalWaitsForOtherThreadsButNotForItself)
+{
+    const Nucleo::LogArgs record{0, 0, 0, "source", "text"};
+
+    struct SelfRemoving
+    {
+        int calls = 0;
+        static Nucleo::Status Handle(void* receiver, const Nucleo::LogArgs&)
+        {
+            ++static_cast<SelfRemoving*>(receiver)->calls;
+            return Nucleo::Log_RemoveHandler(&Handle, receiver);
+        }
+    } self;
+    ASSERT_EQ(Nucleo::Log_AddHandler(&SelfRemoving::Handle, &self), OK);
+    EXPECT_EQ(Nucleo::Log_AddHandler(&SelfRemoving::Handle, &self), ERROR_ALREADY_EXISTS);
+    Nucleo::Log_Write(record);
+    Nucleo::Log_Write(record);
+    EXPECT_EQ(self.calls, 1);
+    EXPECT_EQ(Nucleo::Log_RemoveHandler(&SelfRemoving::Handle, &self), ERROR_NOT_FOUND);
+
+    struct Slow
+    {
+        std::atomic<bool> entered{false};
+        std::atomic<bool> left{false};
+        static Nucleo::Status Handle(void* receiver, const Nucleo::LogArgs&)
+        {
+            auto& slow = *static_cast<Slow*>(receiver);
+            slow.entered = true;
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            slow.left = true;
+            return OK;
+        }
+    } slow;
+    ASSERT_EQ(Nucleo::Log_AddHandler(&Slow::Handle, &slow), OK);
+    std::thread writer([&] { Nucleo::Log_Write(record); });
+    while (!slow.entered) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(Nucleo::Log_RemoveHandler(&Slow::Handle, &slow), OK);
+    EXPECT_TRUE(slow.left);
+    writer.join();
+}
+
+}  // namespace

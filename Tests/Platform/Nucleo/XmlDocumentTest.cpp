@@ -1,0 +1,206 @@
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <Nucleo/XmlDocument.h>
+
+namespace Nucleo
+{
+namespace
+{
+
+std::string Nested(std::size_t levels)
+{
+    std::string text;
+    for (std::size_t i = 0; i < levels; ++i) {
+        text.insert(3 * i, "<a></a>");
+    }
+    return text;
+}
+
+std::string WithAttributes(std::size_t count)
+{
+    std::string text = "<a";
+    for (std::size_t i = 0; i < count; ++i) {
+        text += " n" + std::to_string(i) + "='x'";
+    }
+    return text + "/>";
+}
+
+TEST(XmlDocument, ReadsElementsTextsAndAttributes)
+{
+    XmlDocument document;
+    ASSERT_EQ(document.Parse("\xEF\xBB\xBF<?xml version='1.0'?><!-- top --><r a = '&lt;&#x20AC;' b=\"'\">\n"
+                             "  <x>one<y/> two<![CDATA[ <&> ]]>&amp;&#65;</x ><z>  </z><?app note?><x/>\n</r>\n"),
+              OK);
+    const XmlNode root = document.Root();
+    EXPECT_EQ(document.Name(root), "r");
+    EXPECT_EQ(document.Attribute(root, "a"), "<\xE2\x82\xAC");
+    EXPECT_EQ(document.Attribute(root, "b"), "'");
+    EXPECT_EQ(document.Attribute(root, "c"), std::nullopt);
+    std::vector<std::string> names;
+    for (const XmlNode child : document.Children(root)) {
+        names.push_back(document.Name(child));
+    }
+    EXPECT_THAT(names, testing::ElementsAre("x", "z", "x"));
+    EXPECT_EQ(document.Text(document.Child(root, "x")), "one two <&> &A");
+    EXPECT_EQ(document.Text(document.Child(root, "z")), "  ");
+    EXPECT_FALSE(document.Child(root, std::string_view("x\0", 2)));
+}
+
+TEST(XmlDocument, RefusesWhatIsNotOneWellFormedDocument)
+{
+    const std::vector<std::string> texts = {"",
+                                            " ",
+                                            "text",
+                                            "<a>",
+                                            "</a>",
+                                            "<a></b>",
+                                            "<a/><b/>",
+                                            "<a/>text",
+                                            "text<a/>",
+                                            "&amp;<a/>",
+                                            "<a/>&#32;",
+                                            "<![CDATA[x]]><a/>",
+                                            "<a",
+                                            "<a b",
+                                            "<a b=",
+                                            "<a b='",
+                                            "<a b=c/>",
+                                            "<a b='1' b='2'/>",
+                                            "<a b='1'c='2'/>",
+                                            "<a b='<'/>",
+                                            "<1/>",
+                                            "< a/>",
+                                            "<a>&b;</a>",
+                                            "<a>& </a>",
+                                            "<a>&amp</a>",
+                                            "<a>&#0;</a>",
+                                            "<a>&#1;</a>",
+                                            "<a>&#xD800;</a>",
+                                            "<a>&#xFFFE;</a>",
+                                            "<a>&#x110000;</a>",
+                                            "<a>&#4294967361;</a>",
+                                            "<a>&#-65;</a>",
+                                            "<a>&#x;</a>",
+                                            "<a b='&c;'/>",
+                                            "<a>]]></a>",
+                                            "<a><!--b--c--></a>",
+                                            "<!-- <a/>",
+                                            "<a><![CDATA[</a>",
+                                            "<a/><?p",
+                                            "<a/><?xml version='1.0'?>",
+                                            "<? p?><a/>",
+                                            "<!DOCTYPE a><a/>",
+                                            "<!DOCTYPE a [<!ENTITY b 'c'>]><a>&b;</a>",
+                                            "<a><!ELEMENT a ANY></a>",
+                                            std::string("<a>\0</a>", 8),
+                                            "<a>\x01</a>",
+                                            "<a b='\x1F'/>",
+                                            "<a>\x80</a>",
+                                            "<a>\xC0\x80</a>",
+                                            "<a>\xE0\x9F\xBF</a>",
+                                            "<a>\xF0\x8F\xBF\xBD</a>",
+                                            "<a>\xED\xA0\x80</a>",
+                                            "<a>\xF4\x90\x80\x80</a>",
+                                            "<a>\xE2\x82</a>",
+                                            "<a>\xEF\xBF\xBE</a>",
+                                            "<\xFF/>"};
+    XmlDocument document;
+    for (const std::string& text : texts) {
+        ASSERT_EQ(document.Parse("<before/>"), OK);
+        EXPECT_EQ(document.Parse(text), ERROR_FORMAT) << text;
+        EXPECT_FALSE(document.Root()) << text;
+    }
+}
+
+TEST(XmlDocument, KeepsItsLimitsExactly)
+{
+    XmlDocument document;
+    EXPECT_EQ(document.Parse(Nested(XmlDocument::MaxDepth)), OK);
+    EXPECT_EQ(document.Parse(Nested(XmlDocument::MaxDepth + 1)), ERROR_LIMIT);
+    EXPECT_EQ(document.Parse(WithAttributes(XmlDocument::MaxAttributes)), OK);
+    EXPECT_EQ(document.SetAttribute(document.Root(), "n0", "other"), OK);
+    EXPECT_EQ(document.SetAttribute(document.Root(), "more", "x"), ERROR_LIMIT);
+    EXPECT_EQ(document.Parse(WithAttributes(XmlDocument::MaxAttributes + 1)), ERROR_LIMIT);
+    EXPECT_EQ(document.Parse("<a/>" + std::string(XmlDocument::MaxSize - 4, ' ')), OK);
+    EXPECT_EQ(document.Parse("<a/>" + std::string(XmlDocument::MaxSize - 3, ' ')), ERROR_LIMIT);
+
+    XmlNode node = document.CreateRoot("a");
+    for (std::size_t depth = 1; depth < XmlDocument::MaxDepth; ++depth) {
+        node = document.AddChild(node, "a");
+        ASSERT_TRUE(node);
+    }
+    EXPECT_FALSE(document.AddChild(node, "a"));
+    EXPECT_EQ(document.Parse(document.ToText()), OK);
+}
+
+TEST(XmlDocument, WhatIsSetComesBackOrIsReplaced)
+{
+    struct Case
+    {
+        std::string set;
+        std::string read;
+    };
+    const std::string bad = "\xEF\xBF\xBD";
+    const std::vector<Case> cases = {{"", ""},
+                                     {"  ", "  "},
+                                     {"\n \t", "\n \t"},
+                                     {"a\rb\r\nc\r", "a\rb\r\nc\r"},
+                                     {"<a>&amp;\"']]>", "<a>&amp;\"']]>"},
+                                     {"\x7F\xC2\x85\xF0\x9F\x98\x80", "\x7F\xC2\x85\xF0\x9F\x98\x80"},
+                                     {std::string("a\0b", 3), "a" + bad + "b"},
+                                     {"\x1B[0m", bad + "[0m"},
+                                     {"x\xFFy\xC3", "x" + bad + "y" + bad},
+                                     {"\xEF\xBF\xBF", bad + bad + bad}};
+    for (const Case& item : cases) {
+        XmlDocument document;
+        const XmlNode root = document.CreateRoot("r");
+        ASSERT_EQ(document.SetText(document.AddChild(root, "t"), item.set), OK);
+        ASSERT_EQ(document.SetAttribute(root, "v", item.set), OK);
+        ASSERT_EQ(document.Parse(document.ToText()), OK) << document.ToText();
+        EXPECT_EQ(document.Text(document.Child(document.Root(), "t")), item.read);
+        EXPECT_EQ(document.Attribute(document.Root(), "v"), item.read);
+    }
+}
+
+TEST(XmlDocument, WritesDeclarationAndIndentation)
+{
+    XmlDocument document;
+    EXPECT_EQ(document.ToText(), "");
+    const XmlNode root = document.CreateRoot("PersistRecord");
+    document.SetText(document.AddChild(root, "DefaultJob"), "a & b");
+    document.AddChild(root, "Empty");
+    EXPECT_EQ(document.ToText(),
+              "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<PersistRecord>\n  <DefaultJob>a &amp; b</DefaultJob>\n"
+              "  <Empty />\n</PersistRecord>\n");
+    EXPECT_EQ(document.SetText(root, "gone"), OK);
+    EXPECT_TRUE(document.Children(root).empty());
+}
+
+TEST(XmlDocument, NamesAreCheckedAndNullNodesAreHarmless)
+{
+    XmlDocument document;
+    for (const std::string name : {"", "1a", "a b", "a>", "a/", "\xFF", "a\n", "-"}) {
+        EXPECT_FALSE(document.CreateRoot(name)) << name;
+        EXPECT_FALSE(document.Root());
+        const XmlNode root = document.CreateRoot("r");
+        EXPECT_FALSE(document.AddChild(root, name)) << name;
+        EXPECT_EQ(document.SetAttribute(root, name, "x"), ERROR_PARAMETER) << name;
+        EXPECT_EQ(document.ToText().find("<r />"), 39u);
+    }
+    EXPECT_TRUE(document.AddChild(document.Root(), "_\xC3\xA4:-.9"));
+
+    const XmlNode none;
+    EXPECT_EQ(document.Name(none) + document.Text(none), "");
+    EXPECT_FALSE(document.Child(none, "a"));
+    EXPECT_FALSE(document.AddChild(none, "a"));
+    EXPECT_EQ(document.Attribute(none, "a"), std::nullopt);
+    EXPECT_EQ(document.SetText(none, "a"), ERROR_PARAMETER);
+    EXPECT_EQ(document.SetAttribute(none, "a", "b"), ERROR_PARAMETER);
+}
+
+}  // namespace
+}  // namespace Nucleo

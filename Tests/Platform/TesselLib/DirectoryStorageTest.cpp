@@ -1,0 +1,473 @@
+// What only a storage on a folder can get wrong: links and devices, the lock, what a crash leaves, failing calls of the
+// system. The calls below take the place of the C library's in this program, so that each can be made to fail.
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gmock/gmock.h>
+
+#include <TesselLib/DirectoryStorage.h>
+#include <VxTestSupport/TemporaryFolder.h>
+
+using namespace Nucleo::Statuses;
+using TesselLib::DirectoryStorage;
+namespace fs = std::filesystem;
+
+namespace
+{
+
+/// Which call of the system fails, and what was called. Only while a test says so: other tests may run threads.
+struct
+{
+    std::atomic<bool> on{false};
+    std::vector<std::string> calls;
+    std::string failing;
+    int nth = 0;
+    int error = 0;
+    std::function<void()> afterLook;  // Runs once, behind the next look at a file.
+} trace;
+
+/// Whether this call is to fail; errno is set then.
+bool Fails(const char* call)
+{
+    if (!trace.on) {
+        return false;
+    }
+    trace.calls.emplace_back(call);
+    if (trace.failing != call || --trace.nth != 0) {
+        return false;
+    }
+    errno = trace.error;
+    return true;
+}
+
+}  // namespace
+
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): the C library's own names are reserved ones
+extern "C" {
+int fsync(int descriptor)
+{
+    return Fails("fsync") ? -1 : static_cast<int>(::syscall(SYS_fsync, descriptor));
+}
+
+int fdatasync(int descriptor)
+{
+    return Fails("fdatasync") ? -1 : static_cast<int>(::syscall(SYS_fdatasync, descriptor));
+}
+
+ssize_t write(int descriptor, const void* data, size_t size)
+{
+    // A write that "fails" with 0 is a short one.
+    if (Fails("write")) {
+        if (errno != 0) {
+            return -1;
+        }
+        size = size / 2 + 1;
+    }
+    return ::syscall(SYS_write, descriptor, data, size);
+}
+
+ssize_t read(int descriptor, void* data, size_t size)
+{
+    return Fails("read") ? -1 : ::syscall(SYS_read, descriptor, data, size);
+}
+
+int fstatat(int folder, const char* name, struct stat* state, int flags) noexcept
+{
+    const auto result = static_cast<int>(::syscall(SYS_newfstatat, folder, name, state, flags));
+    if (const auto then = std::exchange(trace.afterLook, nullptr)) {
+        then();
+    }
+    return result;
+}
+
+int renameat(int from, const char* fromName, int to, const char* toName) noexcept
+{
+    return Fails("renameat") ? -1 : static_cast<int>(::syscall(SYS_renameat, from, fromName, to, toName));
+}
+
+int renameat2(int from, const char* fromName, int to, const char* toName, unsigned int flags) noexcept
+{
+    return Fails("renameat2") ? -1 : static_cast<int>(::syscall(SYS_renameat2, from, fromName, to, toName, flags));
+}
+}
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)
+
+namespace
+{
+
+/// Traces the calls of its scope, one of which may fail.
+class ScopedTrace
+{
+public:
+    explicit ScopedTrace(std::string failing = {}, int nth = 0, int error = 0)
+    {
+        trace.calls.clear();
+        trace.failing = std::move(failing);
+        trace.nth = nth;
+        trace.error = error;
+        trace.on = true;
+    }
+    ~ScopedTrace() { trace.on = false; }
+};
+
+std::string ReadFile(const fs::path& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::vector<std::string> NamesIn(const fs::path& folder)
+{
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(folder)) {
+        names.push_back(entry.path().filename());
+    }
+    return names;
+}
+
+class DirectoryStorageTest : public testing::Test
+{
+protected:
+    DirectoryStorageTest() { Reopen(); }
+
+    void Reopen()
+    {
+        storage_.reset();
+        ASSERT_EQ(DirectoryStorage::Open(Data(), &storage_), OK);
+    }
+
+    Nucleo::Status Upload(const std::string& name, const std::string& text)
+    {
+        return storage_->Upload(name, reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
+    }
+
+    std::string Download(const std::string& name)
+    {
+        Nucleo::Handle<Nucleo::MemoryStream> stream;
+        Nucleo::MemoryStream_Construct(stream.Receive());
+        const Nucleo::Status status = storage_->Download(name, *stream);
+        const auto bytes = stream->TakeContent();
+        return status == OK ? std::string(bytes.begin(), bytes.end()) : std::string(Nucleo::StatusName(status));
+    }
+
+    std::vector<std::string> List()
+    {
+        std::vector<std::string> names;
+        EXPECT_EQ(storage_->List("/user", &names), OK);
+        return names;
+    }
+
+    fs::path Data() const { return folder_.Path() / "deep" / "data"; }
+    fs::path User() const { return Data() / "user"; }
+    fs::path Temporaries() const { return Data() / "tmp"; }
+    fs::path Outside() const { return folder_.Path() / "outside"; }
+
+    VxTestSupport::TemporaryFolder folder_;
+    std::unique_ptr<DirectoryStorage> storage_;
+};
+
+TEST_F(DirectoryStorageTest, WhateverIsNoFileIsNotThereAndIsNotTouched)
+{
+    std::ofstream(Outside()) << "outside";
+    fs::create_directory(folder_.Path() / "folder");
+    fs::create_symlink(Outside(), User() / "link");
+    fs::create_symlink(folder_.Path() / "folder", User() / "folder-link");
+    fs::create_symlink("nowhere", User() / "dangling");
+    fs::create_directory(User() / "folder");
+    ASSERT_EQ(::mkfifo((User() / "pipe").c_str(), 0644), 0);
+    std::vector<std::string> names{"link", "folder-link", "dangling", "folder", "pipe"};
+    if (::mknod((User() / "device").c_str(), S_IFCHR | 0644, 0x103) == 0) {  // the null device, where it may be made
+        names.emplace_back("device");
+    }
+    for (const std::string& name : names) {
+        const fs::file_type before = fs::symlink_status(User() / name).type();
+        std::uint64_t size = 0;
+        EXPECT_FALSE(storage_->FileExists(name)) << name;
+        EXPECT_EQ(storage_->FileSize(name, &size), ERROR_NOT_FOUND) << name;
+        EXPECT_EQ(Download(name), "ERROR_NOT_FOUND") << name;
+        EXPECT_EQ(storage_->Delete(name), ERROR_NOT_FOUND) << name;
+        EXPECT_EQ(Upload(name, "new"), ERROR_ACCESS) << name;
+        EXPECT_EQ(fs::symlink_status(User() / name).type(), before) << name;
+    }
+    EXPECT_EQ(ReadFile(Outside()), "outside");
+    EXPECT_THAT(List(), testing::IsEmpty());
+    EXPECT_THAT(NamesIn(Temporaries()), testing::IsEmpty());
+}
+
+TEST_F(DirectoryStorageTest, AFileThatIsReplacedWhileItIsOpenedHarmsNobody)
+{
+    std::ofstream(Outside()) << "outside";
+    ASSERT_EQ(Upload("a", "1"), OK);
+    trace.afterLook = [this] {
+        fs::remove(User() / "a");
+        ASSERT_EQ(::mkfifo((User() / "a").c_str(), 0644), 0);
+    };
+    EXPECT_EQ(Download("a"), "ERROR_NOT_FOUND");
+    fs::remove(User() / "a");
+    ASSERT_EQ(Upload("a", "1"), OK);
+    trace.afterLook = [this] {
+        fs::remove(User() / "a");
+        fs::create_symlink(Outside(), User() / "a");
+    };
+    EXPECT_EQ(Download("a"), "ERROR_ACCESS");
+}
+
+TEST_F(DirectoryStorageTest, OpensOnlyFoldersOfItsOwn)
+{
+    std::unique_ptr<DirectoryStorage> other;
+    fs::create_directory(folder_.Path() / "elsewhere");
+    for (const char* name : {"user", "tmp"}) {
+        const fs::path data = folder_.Path() / (std::string("with-") + name);
+        fs::create_directory(data);
+        fs::create_directory_symlink(folder_.Path() / "elsewhere", data / name);
+        EXPECT_EQ(DirectoryStorage::Open(data, &other), ERROR_ACCESS) << name;
+        fs::remove(data / name);
+        std::ofstream(data / name) << "a file";
+        EXPECT_EQ(DirectoryStorage::Open(data, &other), ERROR_ACCESS) << name;
+        EXPECT_EQ(other, nullptr);
+    }
+    std::ofstream(Outside()) << "a file";
+    EXPECT_EQ(DirectoryStorage::Open(Outside(), &other), ERROR_ACCESS);
+    EXPECT_EQ(DirectoryStorage::Open({}, &other), ERROR_NAME);
+    EXPECT_EQ(DirectoryStorage::Open(std::string("/tmp/a\0b", 8), &other), ERROR_NAME);
+    // The data folder itself may be reached by a link: its place is the caller's choice.
+    fs::create_directory_symlink(folder_.Path() / "elsewhere", folder_.Path() / "link");
+    EXPECT_EQ(DirectoryStorage::Open(folder_.Path() / "link", &other), OK);
+}
+
+TEST_F(DirectoryStorageTest, IsLockedAgainstOthers)
+{
+    std::unique_ptr<DirectoryStorage> second;
+    EXPECT_EQ(DirectoryStorage::Open(Data(), &second), ERROR_BUSY);
+    EXPECT_EQ(second, nullptr);
+    const auto openInAnotherProcess = [this] {
+        const pid_t child = ::fork();
+        if (child == 0) {
+            std::unique_ptr<DirectoryStorage> storage;
+            ::_exit(-DirectoryStorage::Open(Data(), &storage) & 0x7F);
+        }
+        int state = 0;
+        ::waitpid(child, &state, 0);
+        return WIFEXITED(state) ? WEXITSTATUS(state) : -1;
+    };
+    EXPECT_EQ(openInAnotherProcess(), -ERROR_BUSY & 0x7F);
+    storage_.reset();
+    EXPECT_EQ(openInAnotherProcess(), -OK & 0x7F);
+}
+
+TEST_F(DirectoryStorageTest, RemovesWhatACrashLeft)
+{
+    ASSERT_EQ(Upload("a", "1"), OK);
+    storage_.reset();
+    std::ofstream(Outside()) << "outside";
+    std::ofstream(Temporaries() / "upload-1") << "half a fi";
+    fs::create_symlink(Outside(), Temporaries() / "upload-2");
+    Reopen();
+    EXPECT_THAT(NamesIn(Temporaries()), testing::IsEmpty());
+    EXPECT_EQ(ReadFile(Outside()), "outside");
+    EXPECT_THAT(List(), testing::ElementsAre("a"));
+}
+
+TEST_F(DirectoryStorageTest, SyncsTheFileBeforeItTakesItsPlaceAndTheFolderAfter)
+{
+    {
+        const ScopedTrace tracing;
+        ASSERT_EQ(Upload("a", "new"), OK);
+    }
+    EXPECT_THAT(trace.calls, testing::ElementsAre("write", "fsync", "renameat", "fsync"));
+    {
+        const ScopedTrace tracing;
+        ASSERT_EQ(Upload("a", "replaces"), OK);
+    }
+    EXPECT_THAT(trace.calls, testing::ElementsAre("write", "fsync", "renameat2", "fsync"));
+    {
+        const ScopedTrace tracing;
+        ASSERT_EQ(Upload("a", "over the spare"), OK);
+    }
+    EXPECT_THAT(trace.calls, testing::ElementsAre("write", "fdatasync", "renameat2", "fsync"));
+    {
+        const ScopedTrace tracing;
+        ASSERT_EQ(storage_->Delete("a"), OK);
+    }
+    EXPECT_THAT(trace.calls, testing::ElementsAre("renameat", "fsync"));
+}
+
+TEST_F(DirectoryStorageTest, AFailingCallLeavesEverythingAsItWas)
+{
+    const std::string text(100'000, 'n');
+    const struct
+    {
+        const char* call;
+        int nth;
+        int error;
+        Nucleo::Status status;
+    } faults[] = {
+        {"write", 1, ENOSPC, ERROR_DISK_FULL},
+        {"write", 1, EDQUOT, ERROR_DISK_FULL},
+        {"write", 1, EIO, ERROR_IO},
+        {"fsync", 1, EIO, ERROR_IO},
+        {"fsync", 1, ENOSPC, ERROR_DISK_FULL},
+        {"fsync", 2, EIO, ERROR_IO},
+        {"fdatasync", 1, EIO, ERROR_IO},
+        {"renameat2", 1, EROFS, ERROR_READ_ONLY},
+        {"renameat2", 1, EACCES, ERROR_ACCESS},
+        {"renameat", 1, EROFS, ERROR_READ_ONLY},
+        {"write", 1, EINTR, OK},
+        {"fsync", 2, EINTR, OK},
+        {"write", 1, 0, OK},
+    };
+    for (const auto& fault : faults) {
+        SCOPED_TRACE(testing::Message() << fault.call << " " << fault.nth << " " << fault.error);
+        // A new file, one over another, and one for which there is a spare.
+        for (const int versions : {0, 1, 2}) {
+            Reopen();
+            for (int i = 0; i < versions; ++i) {
+                ASSERT_EQ(Upload("a", "old"), OK);
+            }
+            const std::string before = Download("a");
+            Nucleo::Status status = OK;
+            {
+                const ScopedTrace tracing(fault.call, fault.nth, fault.error);
+                status = Upload("a", text);
+            }
+            const bool reached = trace.nth <= 0;
+            EXPECT_EQ(status, reached ? fault.status : OK);
+            EXPECT_EQ(Download("a"), status == OK ? text : before);
+            storage_->Delete("a");
+            EXPECT_THAT(NamesIn(Temporaries()), testing::IsEmpty());
+        }
+    }
+    // Renaming is done once more where two files cannot be exchanged.
+    ASSERT_EQ(Upload("a", "old"), OK);
+    {
+        const ScopedTrace tracing("renameat2", 1, EINVAL);
+        EXPECT_EQ(Upload("a", text), OK);
+    }
+    EXPECT_EQ(Download("a"), text);
+    // A deletion that is not on the medium has not happened.
+    for (const char* call : {"renameat", "fsync"}) {
+        {
+            const ScopedTrace tracing(call, 1, EIO);
+            EXPECT_EQ(storage_->Delete("a"), ERROR_IO);
+        }
+        EXPECT_EQ(Download("a"), text);
+    }
+    {
+        const ScopedTrace tracing("read", 1, EIO);
+        EXPECT_EQ(Download("a"), "ERROR_IO");
+    }
+    {
+        const ScopedTrace tracing("read", 1, EINTR);
+        EXPECT_EQ(Download("a"), text);
+    }
+}
+
+/// Lowers one of the process's limits for a scope.
+class ScopedLimit
+{
+public:
+    ScopedLimit(__rlimit_resource resource, rlim_t limit) : resource_(resource)
+    {
+        ::getrlimit(resource, &previous_);
+        const rlimit lowered{limit, previous_.rlim_max};
+        ::setrlimit(resource, &lowered);
+    }
+    ~ScopedLimit() { ::setrlimit(resource_, &previous_); }
+
+private:
+    __rlimit_resource resource_;
+    rlimit previous_{};
+};
+
+TEST_F(DirectoryStorageTest, SaysThatNoRoomIsLeft)
+{
+    std::signal(SIGXFSZ, SIG_IGN);
+    ASSERT_EQ(Upload("a", "old"), OK);
+    {
+        const ScopedLimit limit(RLIMIT_FSIZE, 8192);
+        EXPECT_EQ(Upload("a", std::string(8193, 'n')), ERROR_DISK_FULL);
+        EXPECT_EQ(Upload("b", std::string(8193, 'n')), ERROR_DISK_FULL);
+        EXPECT_EQ(Upload("c", std::string(8192, 'n')), OK);
+    }
+    const int next = ::dup(0);
+    ::close(next);
+    {
+        const ScopedLimit limit(RLIMIT_NOFILE, static_cast<rlim_t>(next));
+        std::vector<std::string> names;
+        EXPECT_EQ(Upload("a", "new"), ERROR_TOO_MANY_FILES);
+        EXPECT_EQ(Download("a"), "ERROR_TOO_MANY_FILES");
+        EXPECT_EQ(storage_->List("/user", &names), ERROR_TOO_MANY_FILES);
+        EXPECT_TRUE(storage_->FileExists("a"));
+    }
+    EXPECT_EQ(Download("a"), "old");
+    EXPECT_THAT(List(), testing::ElementsAre("a", "c"));
+}
+
+TEST_F(DirectoryStorageTest, NeverWritesOverAFileThatSomebodyStillReads)
+{
+    ASSERT_EQ(Upload("a", "version 1"), OK);
+    std::ifstream reader(User() / "a");
+    ASSERT_EQ(Upload("a", "version 2"), OK);
+    fs::create_hard_link(User() / "a", folder_.Path() / "backup");
+    ASSERT_EQ(Upload("a", "version 3"), OK);
+    ASSERT_EQ(Upload("a", "version 4"), OK);
+    ASSERT_EQ(Upload("a", "version 5"), OK);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(reader), {}), "version 1");
+    EXPECT_EQ(ReadFile(folder_.Path() / "backup"), "version 2");
+    EXPECT_EQ(Download("a"), "version 5");
+}
+
+TEST_F(DirectoryStorageTest, KeepsNoSpareThatADownloadMayBeAboutToOpen)
+{
+    ASSERT_EQ(Upload("a", "version 1"), OK);
+    trace.afterLook = [this] {
+        ASSERT_EQ(Upload("a", "version 2"), OK);
+        EXPECT_THAT(NamesIn(Temporaries()), testing::IsEmpty());
+    };
+    EXPECT_EQ(Download("a"), "version 2");
+    EXPECT_EQ(trace.afterLook, nullptr);
+}
+
+TEST_F(DirectoryStorageTest, KeepsOneSpareAtMostAndNoneThatCouldSurprise)
+{
+    const auto spares = [this] { return NamesIn(Temporaries()).size(); };
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_EQ(Upload("a", "old"), OK);
+        ASSERT_EQ(Upload("b", "old"), OK);
+    }
+    EXPECT_EQ(spares(), 1u);
+    ASSERT_EQ(storage_->Delete("b"), OK);
+    EXPECT_EQ(spares(), 0u) << "a deleted file's content stays behind";
+
+    // One whose attributes were changed: they must not pass to another file.
+    ::chmod((User() / "a").c_str(), 0600);
+    ASSERT_EQ(Upload("a", "new"), OK);
+    EXPECT_EQ(spares(), 0u);
+
+    const std::string huge(16 * 1024 * 1024 + 1, 'h');
+    ASSERT_EQ(Upload("a", huge), OK);
+    ASSERT_EQ(Upload("a", "small"), OK);
+    EXPECT_EQ(spares(), 0u) << "a replaced file of this size is freed";
+    ASSERT_EQ(Upload("a", "small"), OK);
+    EXPECT_EQ(spares(), 1u);
+    storage_.reset();
+    EXPECT_EQ(spares(), 0u);
+}
+
+}  // namespace

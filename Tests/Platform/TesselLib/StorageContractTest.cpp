@@ -1,0 +1,253 @@
+// What every node storage does: the one on a folder and the one in memory that other tests rely on.
+
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gmock/gmock.h>
+
+#include <TesselLib/DirectoryStorage.h>
+#include <VxTestSupport/MemoryStorage.h>
+#include <VxTestSupport/TemporaryFolder.h>
+
+using namespace Nucleo::Statuses;
+using TesselLib::DirectoryStorage;
+using VxTestSupport::FileOp;
+using VxTestSupport::MemoryStorage;
+
+namespace
+{
+
+struct OnFolder
+{
+    OnFolder() { EXPECT_EQ(DirectoryStorage::Open(folder.Path(), &storage), OK); }
+    VxTestSupport::TemporaryFolder folder;
+    std::unique_ptr<DirectoryStorage> storage;
+};
+
+struct InMemory
+{
+    std::unique_ptr<MemoryStorage> storage = std::make_unique<MemoryStorage>();
+};
+
+template <class Backend>
+class StorageContractTest : public testing::Test
+{
+protected:
+    Nucleo::Status Upload(std::string_view path, std::string_view text)
+    {
+        return Storage().Upload(path, reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
+    }
+
+    /// The file's content, or the name of the status that reading it answered.
+    std::string Download(std::string_view path)
+    {
+        Nucleo::Handle<Nucleo::MemoryStream> stream;
+        Nucleo::MemoryStream_Construct(stream.Receive());
+        const Nucleo::Status status = Storage().Download(path, *stream);
+        const auto bytes = stream->TakeContent();
+        return status == OK ? std::string(bytes.begin(), bytes.end()) : std::string(Nucleo::StatusName(status));
+    }
+
+    std::vector<std::string> List()
+    {
+        std::vector<std::string> names{"left over"};
+        EXPECT_EQ(Storage().List("/user", &names), OK);
+        return names;
+    }
+
+    TesselLib::Storage& Storage() { return *backend_.storage; }
+
+private:
+    Backend backend_;
+};
+
+using Backends = testing::Types<OnFolder, InMemory>;
+TYPED_TEST_SUITE(StorageContractTest, Backends);
+
+TYPED_TEST(StorageContractTest, KeepsWhatWasUploadedLast)
+{
+    const std::string large(1'000'003, 'x');
+    const std::string binary{"a\0b\xFF\n", 5};
+    // Longer, shorter and empty, each over the one before.
+    for (const std::string& content : {std::string("first"), large, binary, std::string(), std::string("last")}) {
+        ASSERT_EQ(this->Upload("a", content), OK);
+        EXPECT_EQ(this->Download("a"), content);
+        EXPECT_EQ(this->Download("/user/a"), content);
+        std::uint64_t size = 99;
+        EXPECT_EQ(this->Storage().FileSize("/user/a", &size), OK);
+        EXPECT_EQ(size, content.size());
+    }
+    ASSERT_EQ(this->Storage().Upload("/user/empty", nullptr, 0), OK);
+    EXPECT_EQ(this->Download("empty"), "");
+    EXPECT_EQ(this->Storage().Upload("a", nullptr, 1), ERROR_PARAMETER);
+    EXPECT_EQ(this->Download("a"), "last");
+}
+
+TYPED_TEST(StorageContractTest, SaysWhatIsMissing)
+{
+    std::uint64_t size = 99;
+    EXPECT_FALSE(this->Storage().FileExists("a"));
+    EXPECT_EQ(this->Storage().FileSize("a", &size), ERROR_NOT_FOUND);
+    EXPECT_EQ(size, 0u);
+    EXPECT_EQ(this->Download("a"), "ERROR_NOT_FOUND");
+    EXPECT_EQ(this->Storage().Delete("a"), ERROR_NOT_FOUND);
+    std::vector<std::string> names{"left over"};
+    EXPECT_EQ(this->Storage().List("/other", &names), ERROR_NOT_FOUND);
+    EXPECT_THAT(names, testing::IsEmpty());
+
+    ASSERT_EQ(this->Upload("a", "1"), OK);
+    EXPECT_TRUE(this->Storage().FileExists("/user/a"));
+    EXPECT_EQ(this->Storage().Delete("a"), OK);
+    EXPECT_FALSE(this->Storage().FileExists("a"));
+    EXPECT_THAT(this->List(), testing::IsEmpty());
+}
+
+TYPED_TEST(StorageContractTest, ListsBareNamesInByteOrder)
+{
+    for (const char* name : {"b", "\xC3\xA4", "B", "a.vpjob", "a", "a b", "\x01"}) {
+        ASSERT_EQ(this->Upload(name, "1"), OK);
+    }
+    EXPECT_THAT(this->List(), testing::ElementsAre("\x01", "B", "a", "a b", "a.vpjob", "b", "\xC3\xA4"));
+}
+
+TYPED_TEST(StorageContractTest, TakesNamesOfOneComponentOnly)
+{
+    using namespace std::string_literals;
+    const std::string longest = std::string(251, 'n') + "\xF0\x9F\x98\x80";
+    for (const std::string& name :
+         {"..."s, ".a"s, " "s, "a:b*?"s, "a\nb"s, "\xF4\x8F\xBF\xBF"s, "\xED\x9F\xBF"s, longest}) {
+        EXPECT_TRUE(TesselLib::IsStorageName(name)) << name;
+        EXPECT_EQ(this->Upload("/user/" + name, name), OK) << name;
+        EXPECT_EQ(this->Download(name), name);
+        EXPECT_EQ(this->Storage().Delete(name), OK) << name;
+    }
+    ASSERT_EQ(this->Upload("a", "old"), OK);
+    const std::vector<std::string> refused{
+        ""s, "."s, ".."s, "/"s, "/user"s, "/user/"s, "/user/.."s, "/user/."s, "a/b"s, "../a"s, "/a"s, "/user/../a"s,
+        "/user//a"s, "/user/user/a"s, "user/a"s, "/etc/passwd"s, "a\0"s, "a\0b"s, "\0a"s, longest + "n",
+        // Not UTF-8: a lone continuation, cut characters, overlong forms, a surrogate, beyond the last character.
+        "\x80"s, "a\xC3"s, "\xE2\x82"s, "\xF0\x9F\x98"s, "\xC0\xAF"s, "\xE0\x80\xAF"s, "\xF0\x80\x80\xAF"s,
+        "\xED\xA0\x80"s, "\xF4\x90\x80\x80"s, "\xF5\x80\x80\x80"s, "\xFF"s, "\xC3("s, "\xE2\x82("s};
+    for (const std::string& name : refused) {
+        std::uint64_t size = 0;
+        EXPECT_EQ(TesselLib::StorageName(name), "") << name;
+        EXPECT_EQ(this->Upload(name, "new"), ERROR_NAME) << name;
+        EXPECT_EQ(this->Download(name), "ERROR_NAME") << name;
+        EXPECT_EQ(this->Storage().FileSize(name, &size), ERROR_NAME) << name;
+        EXPECT_EQ(this->Storage().Delete(name), ERROR_NAME) << name;
+        EXPECT_FALSE(this->Storage().FileExists(name)) << name;
+    }
+    EXPECT_THAT(this->List(), testing::ElementsAre("a"));
+    EXPECT_EQ(this->Download("a"), "old");
+}
+
+/// Takes no more than a number of bytes, said or not said beforehand.
+class SmallStream final : public Nucleo::Stream
+{
+public:
+    SmallStream(std::uint64_t room, bool tells) : room_(room), tells_(tells) {}
+    Nucleo::Status Reserve(std::uint64_t size) override { return tells_ && size > room_ ? ERROR_MEMORY : OK; }
+    Nucleo::Status Write(const void* /*data*/, std::size_t size) override
+    {
+        written += size;
+        return written > room_ ? ERROR_CAPACITY : OK;
+    }
+    std::uint64_t written = 0;
+
+private:
+    std::uint64_t room_;
+    bool tells_;
+};
+
+TYPED_TEST(StorageContractTest, AsksTheStreamForRoomAndReturnsItsFailure)
+{
+    ASSERT_EQ(this->Upload("a", std::string(600'000, 'x')), OK);
+    SmallStream tells(599'999, true);
+    EXPECT_EQ(this->Storage().Download("a", tells), ERROR_MEMORY);
+    EXPECT_EQ(tells.written, 0u);
+    SmallStream fails(599'999, false);
+    EXPECT_EQ(this->Storage().Download("a", fails), ERROR_CAPACITY);
+    SmallStream takes(600'000, true);
+    EXPECT_EQ(this->Storage().Download("a", takes), OK);
+    EXPECT_EQ(takes.written, 600'000u);
+}
+
+TYPED_TEST(StorageContractTest, ReadersSeeOneVersionWhileOthersWrite)
+{
+    // Versions of different lengths, so that writing over the blocks of an old one would show at once.
+    const auto version = [](int writer, int round) {
+        return std::string(static_cast<std::size_t>(50'000 + 1000 * round), static_cast<char>('a' + writer));
+    };
+    ASSERT_EQ(this->Upload("a", version(0, 0)), OK);
+    std::atomic<int> writing{2};
+    const auto write = [&](int writer) {
+        for (int round = 0; round < 20; ++round) {
+            EXPECT_EQ(this->Upload("a", version(writer, round)), OK);
+        }
+        --writing;
+    };
+    const auto read = [&] {
+        do {
+            const std::string content = this->Download("a");
+            ASSERT_GE(content.size(), 50'000u) << content;
+            EXPECT_EQ(content.find_first_not_of(content.front()), std::string::npos);
+        } while (writing != 0);
+    };
+    std::vector<std::thread> threads;
+    threads.emplace_back(write, 0);
+    threads.emplace_back(write, 1);
+    threads.emplace_back(read);
+    threads.emplace_back(read);
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_THAT(this->List(), testing::ElementsAre("a"));
+}
+
+TEST(MemoryStorageTest, FailsAtTheAimedCallOnly)
+{
+    MemoryStorage storage;
+    storage.Put("a", "old");
+    storage.Put("b", "old");
+    const std::uint8_t byte = 'n';
+    storage.FailNext(FileOp::Upload, "a", 2, ERROR_DISK_FULL);
+    EXPECT_EQ(storage.Upload("b", &byte, 1), OK);
+    EXPECT_EQ(storage.Upload("/user/a", &byte, 1), OK);
+    EXPECT_EQ(storage.Upload("b", &byte, 1), OK);
+    EXPECT_FALSE(storage.Unchanged("a"));
+    storage.Mark();
+    EXPECT_EQ(storage.Upload("a", nullptr, 0), ERROR_DISK_FULL);
+    EXPECT_TRUE(storage.Unchanged());
+    EXPECT_EQ(storage.Upload("a", nullptr, 0), OK);
+    EXPECT_EQ(storage.Writes("a"), 2u);
+    EXPECT_EQ(storage.Calls(FileOp::Upload, "a"), 3u);
+    EXPECT_EQ(storage.Writes(), 4u);
+
+    storage.FailNext(FileOp::Exists, "", 1, ERROR_IO);
+    EXPECT_FALSE(storage.FileExists("a"));
+    EXPECT_TRUE(storage.FileExists("a"));
+    storage.FailNext(FileOp::List, "", 1, ERROR_IO);
+    std::vector<std::string> names;
+    EXPECT_EQ(storage.List("/user", &names), ERROR_IO);
+    EXPECT_THAT(storage.Names(), testing::ElementsAre("a", "b"));
+}
+
+TEST(MemoryStorageTest, LetsAFileVanishOrBreakInTheMiddleOfADownload)
+{
+    MemoryStorage storage;
+    storage.Put("a", "123456");
+    Nucleo::Handle<Nucleo::MemoryStream> stream;
+    ASSERT_EQ(Nucleo::MemoryStream_Construct(stream.Receive()), OK);
+    storage.FailNext(FileOp::Download, "a", 1, ERROR_IO);
+    EXPECT_EQ(storage.Download("a", *stream), ERROR_IO);
+    EXPECT_EQ(stream->Length(), 3u);
+    storage.BeforeNext(FileOp::Download, "a", 1, [&] { storage.Remove("a"); });
+    EXPECT_TRUE(storage.FileExists("a"));
+    EXPECT_EQ(storage.Download("a", *stream), ERROR_NOT_FOUND);
+    EXPECT_EQ(storage.Reads(), 0u);
+    EXPECT_FALSE(storage.Unchanged("a"));
+}
+
+}  // namespace

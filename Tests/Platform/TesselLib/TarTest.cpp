@@ -1,0 +1,469 @@
+#include <algorithm>
+#include <clocale>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+
+#include <TesselLib/Tar.h>
+
+using namespace Nucleo::Statuses;
+using TesselLib::TarEntry;
+using TesselLib::TarReader;
+using TesselLib::TarWriter;
+using Bytes = std::vector<std::uint8_t>;
+
+namespace
+{
+
+Nucleo::Handle<Nucleo::MemoryStream> StreamOf(std::string_view bytes)
+{
+    Nucleo::Handle<Nucleo::MemoryStream> stream;
+    EXPECT_EQ(Nucleo::MemoryStream_Construct(stream.Receive()), OK);
+    EXPECT_EQ(stream->Attach(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()), OK);
+    return stream;
+}
+
+/// A stream that gives and takes bytes as a pipe would: no length, no place in memory, and a failure at a chosen byte.
+class PipeStream final : public Nucleo::Stream
+{
+public:
+    explicit PipeStream(std::string content, std::size_t failsAt = std::numeric_limits<std::size_t>::max())
+        : content_(std::move(content)), failsAt_(failsAt)
+    {}
+    Nucleo::Status Read(void* buffer, std::size_t minimum, std::size_t maximum, std::size_t* count) override
+    {
+        *count = std::min(maximum, content_.size() - position_);
+        std::memcpy(buffer, content_.data() + position_, *count);
+        position_ += *count;
+        return position_ >= failsAt_ ? ERROR_IO : *count >= minimum ? OK : ERROR_END;
+    }
+    Nucleo::Status Write(const void* data, std::size_t size) override
+    {
+        if (content_.size() + size > failsAt_) {
+            return ERROR_DISK_FULL;
+        }
+        content_.append(static_cast<const char*>(data), size);
+        return OK;
+    }
+    const std::string& Content() const { return content_; }
+
+private:
+    std::string content_;
+    std::size_t failsAt_;
+    std::size_t position_ = 0;
+};
+
+struct File
+{
+    std::string name;
+    std::string data;
+    bool operator==(const File&) const = default;
+};
+
+std::ostream& operator<<(std::ostream& out, const File& file)
+{
+    return out << file.name << " (" << file.data.size() << " bytes)";
+}
+
+std::string Write(const std::vector<File>& files)
+{
+    PipeStream target({});
+    TarWriter writer;
+    EXPECT_EQ(writer.Open(target), OK);
+    for (const File& file : files) {
+        EXPECT_EQ(writer.WriteFile(file.name, *StreamOf(file.data), file.data.size()), OK) << file.name;
+    }
+    EXPECT_EQ(writer.Close(), OK);
+    return target.Content();
+}
+
+struct Outcome
+{
+    std::vector<File> files;          // The regular ones that could be read whole.
+    std::vector<std::string> others;  // Names of the entries of other types.
+    Nucleo::Status status = OK;       // What ended it.
+    bool cutData = false;             // It ended within an entry's data.
+};
+
+/// Reads as a careful user does: the claimed size is compared with what is left.
+Outcome Read(Nucleo::Stream& stream)
+{
+    Outcome outcome;
+    TarReader reader;
+    EXPECT_EQ(reader.Open(stream), OK);
+    for (;;) {
+        char name[512];
+        TarEntry entry;
+        outcome.status = reader.NextEntry(name, sizeof name, &entry);
+        if (outcome.status != OK) {
+            EXPECT_EQ(reader.NextEntry(name, sizeof name, &entry), outcome.status);
+            return outcome;
+        }
+        std::string data(std::min<std::uint64_t>({entry.size, reader.BytesLeft(), 1 << 20}), '\0');
+        outcome.status = reader.Read(data.data(), data.size());
+        if (data.size() < entry.size && outcome.status == OK) {
+            char more = 0;
+            outcome.status = reader.Read(&more, 1);
+        }
+        if (outcome.status != OK) {
+            outcome.cutData = true;
+            return outcome;
+        }
+        if (entry.type == 0) {
+            outcome.files.push_back({name, data});
+        } else {
+            outcome.others.emplace_back(name);
+        }
+    }
+}
+
+Outcome Read(std::string_view bytes)
+{
+    return Read(*StreamOf(bytes));
+}
+
+/// A ustar entry by hand: what the writer refuses to write.
+std::string Raw(std::string_view name, char type, std::string_view data, std::uint64_t claimedSize)
+{
+    std::string header(512, '\0');
+    header.replace(0, name.size(), name);
+    const auto octal = [&](std::size_t offset, int digits, std::uint64_t value) {
+        char text[16];
+        std::snprintf(text, sizeof text, "%0*llo", digits, static_cast<unsigned long long>(value));
+        header.replace(offset, std::strlen(text), text);
+    };
+    octal(100, 7, 0644);
+    octal(108, 7, 0);
+    octal(116, 7, 0);
+    octal(124, 11, claimedSize);
+    octal(136, 11, 0);
+    header[156] = type;
+    header.replace(157, 1, type == '1' || type == '2' ? "a" : std::string(1, '\0'));
+    header.replace(257, 8,
+                   std::string("ustar\0"
+                               "00",
+                               8));
+    header.replace(148, 8, "        ");
+    unsigned sum = 0;
+    for (const char c : header) {
+        sum += static_cast<unsigned char>(c);
+    }
+    octal(148, 6, sum);
+    header[154] = '\0';
+    header[155] = ' ';
+    return header + std::string(data) + std::string((512 - data.size() % 512) % 512, '\0');
+}
+
+std::string Raw(std::string_view name, char type, std::string_view data)
+{
+    return Raw(name, type, data, data.size());
+}
+
+const std::string endBlocks(1024, '\0');
+
+TEST(TarTest, NamesComeBackAsTheyWere)
+{
+    std::vector<File> files;
+    const auto add = [&](std::string name) { files.push_back({std::move(name), std::to_string(files.size())}); };
+    for (std::size_t length = 1; length <= 511; ++length) {
+        add(std::string(length, 'n'));
+        for (const std::size_t step : {2U, 7U, 60U, 101U, 156U, 200U}) {
+            std::string folders(length, 'f');
+            std::string doubled(length, 'd');
+            for (std::size_t i = step; i + 1 < length; i += step + 1) {
+                folders[i] = '/';
+                doubled[i] = '/';
+                doubled[i - 1] = '/';
+            }
+            add(std::move(folders));
+            if (doubled.front() != '/') {
+                add(std::move(doubled));
+            }
+        }
+    }
+    for (int byte = 1; byte < 256; ++byte) {
+        for (const std::size_t length : {1U, 98U, 254U}) {
+            add(std::string(length, 'b') + static_cast<char>(byte) + "b");
+        }
+    }
+    for (const char* name : {".", "..", "./a", "a/.", "a/..", "a ", " ", "a\n12 path=b", "PaxHeader/a", "/ "}) {
+        add("x" + std::string(name));
+        add("x" + std::string(120, 'y') + name);
+    }
+    add(".");
+    add("./a");
+    add("x" + std::string(260, 'y') + "e\xCC\x81");  // a letter and its accent: not to be composed
+    // Conversions between character sets depend on the program's locale: none may take place.
+    for (const char* locale : {"C", "C.UTF-8"}) {
+        ASSERT_NE(std::setlocale(LC_ALL, locale), nullptr);
+        const Outcome outcome = Read(Write(files));
+        EXPECT_EQ(outcome.status, ERROR_END);
+        ASSERT_EQ(outcome.files.size(), files.size());
+        for (std::size_t i = 0; i < files.size(); ++i) {
+            EXPECT_EQ(outcome.files[i], files[i]) << locale;
+        }
+    }
+    std::setlocale(LC_ALL, "C");
+    // Exactly one leading "/" is left out.
+    files = {{"a", "1"}, {"/b", "2"}};
+    for (std::size_t length = 96; length < 104; ++length) {
+        files.push_back({"/" + std::string(length, 's'), "3"});
+        files.push_back({"//" + std::string(length, 'd'), "4"});
+    }
+    std::vector<File> keys = files;
+    for (File& key : keys) {
+        key.name.insert(0, 1, '/');
+    }
+    EXPECT_EQ(Read(Write(keys)).files, files);
+}
+
+TEST(TarTest, OrdinaryEntriesArePlainUstarWithoutTraces)
+{
+    const std::string image = Write({{"/acquisition/exposure", "12.5"}, {"/x", std::string(1024, 'x')}});
+    const std::string expected =
+        Raw("acquisition/exposure", '0', "12.5") + Raw("x", '0', std::string(1024, 'x')) + endBlocks;
+    ASSERT_EQ(image.size(), expected.size());
+    for (const std::size_t header : {std::size_t{0}, std::size_t{1024}}) {
+        const auto field = [&](std::size_t offset, std::size_t length) {
+            return image.substr(header + offset, length);
+        };
+        EXPECT_EQ(field(257, 8), std::string("ustar\0"
+                                             "00",
+                                             8));
+        EXPECT_EQ(image[header + 156], '0');
+        EXPECT_EQ(std::stoi(field(100, 7), nullptr, 8), 0644);
+        EXPECT_EQ(std::stoi(field(108, 7), nullptr, 8), 0);
+        EXPECT_EQ(std::stoi(field(116, 7), nullptr, 8), 0);
+        EXPECT_EQ(std::stoi(field(136, 11), nullptr, 8), 0);
+        EXPECT_EQ(field(265, 64), std::string(64, '\0')) << "user and group names";
+    }
+    EXPECT_EQ(Write({}), endBlocks);
+    const std::vector<File> mixed{
+        {"a", "1"}, {std::string(300, 'l'), "2"}, {"b", ""}, {std::string(400, 'l'), std::string(513, '3')}};
+    EXPECT_EQ(Write(mixed), Write(mixed));
+    EXPECT_EQ(Read(Write(mixed)).files, mixed);
+}
+
+TEST(TarTest, RefusesNamesThatCouldNotComeBack)
+{
+    using namespace std::string_literals;
+    PipeStream target({});
+    TarWriter writer;
+    const auto content = StreamOf("data");
+    EXPECT_EQ(writer.WriteFile("a", *content, 0), ERROR_STATE);
+    ASSERT_EQ(writer.Open(target), OK);
+    for (const std::string& name :
+         {""s, "/"s, "a/"s, "//"s, "a\0b"s, std::string(512, 'n'), "/" + std::string(512, 'n')}) {
+        EXPECT_EQ(writer.WriteFile(name, *content, 4), ERROR_PARAMETER) << name;
+    }
+    EXPECT_EQ(writer.WriteFile("a", *content, 5), ERROR_END);
+    EXPECT_EQ(writer.WriteFile("a", *content, 4), OK);
+    EXPECT_EQ(writer.Close(), OK);
+    EXPECT_EQ(writer.Close(), ERROR_STATE);
+    EXPECT_THAT(Read(target.Content()).files, testing::ElementsAre(File{"a", "data"}));
+}
+
+TEST(TarTest, AFailureBreaksTheArchiveOff)
+{
+    const std::string whole = Write({{"a", std::string(700, 'x')}, {std::string(200, 'n'), "y"}});
+    for (std::size_t room = 0; room < whole.size(); room += 512) {
+        PipeStream target({}, room + 100);
+        TarWriter writer;
+        ASSERT_EQ(writer.Open(target), OK);
+        Nucleo::Status status = writer.WriteFile("a", *StreamOf(std::string(700, 'x')), 700);
+        if (status == OK) {
+            status = writer.WriteFile(std::string(200, 'n'), *StreamOf("y"), 1);
+        }
+        EXPECT_EQ(status == OK ? writer.Close() : status, ERROR_DISK_FULL) << room;
+        EXPECT_EQ(writer.WriteFile("b", *StreamOf(""), 0), ERROR_STATE);
+    }
+    // A content of unknown length that turns out too short. End blocks would make the archive look whole.
+    PipeStream target({});
+    PipeStream content("only 13 bytes");
+    TarWriter writer;
+    ASSERT_EQ(writer.Open(target), OK);
+    EXPECT_EQ(writer.WriteFile("a", content, 14), ERROR_END);
+    EXPECT_EQ(writer.Close(), ERROR_STATE);
+    EXPECT_EQ(target.Content().size(), 512u);
+    {
+        TarWriter forgotten;
+        ASSERT_EQ(forgotten.Open(target), OK);
+        ASSERT_EQ(forgotten.WriteFile("a", *StreamOf("1"), 1), OK);
+    }
+    EXPECT_EQ(target.Content().size(), 512u + 1024u);
+}
+
+TEST(TarTest, BytesThatAreNoArchive)
+{
+    EXPECT_EQ(Read("").status, ERROR_FORMAT);
+    EXPECT_EQ(Read("x").status, ERROR_FORMAT);
+    EXPECT_EQ(Read(std::string(5000, 'x')).status, ERROR_FORMAT);
+    EXPECT_EQ(Read(endBlocks).status, ERROR_END);
+    EXPECT_EQ(Read(std::string(512, '\0')).status, ERROR_END);
+    // Compressed archives are no archives here: only tar is read.
+    EXPECT_EQ(Read("\x28\xB5\x2F\xFD\x04\x00\x01\x00\x00").status, ERROR_FORMAT);
+    const Outcome broken = Read(Raw("a", '0', "1") + std::string(512, 'x') + Raw("b", '0', "2"));
+    EXPECT_EQ(broken.status, ERROR_FORMAT);
+    EXPECT_FALSE(broken.cutData);
+    EXPECT_THAT(broken.files, testing::ElementsAre(File{"a", "1"}));
+
+    PipeStream failing(Write({{"a", "1"}}), 1);
+    EXPECT_EQ(Read(failing).status, ERROR_IO);
+}
+
+TEST(TarTest, CutAtEachLengthGivesTheEntriesBefore)
+{
+    const std::vector<File> files{
+        {"a", std::string(600, '1')}, {std::string(130, 'l'), "22"}, {"c", ""}, {"d", "4444"}};
+    const std::string image = Write(files);
+    std::size_t cutInData = 0;
+    for (std::size_t length = 0; length < image.size(); ++length) {
+        const Outcome outcome = Read(std::string_view(image).substr(0, length));
+        ASSERT_LE(outcome.files.size(), files.size());
+        EXPECT_TRUE(std::equal(outcome.files.begin(), outcome.files.end(), files.begin())) << length;
+        EXPECT_EQ(outcome.cutData, outcome.cutData && outcome.status == ERROR_END) << length;
+        cutInData += outcome.cutData ? 1 : 0;
+        PipeStream pipe(image.substr(0, length));
+        EXPECT_EQ(Read(pipe).files, outcome.files);
+    }
+    EXPECT_EQ(cutInData, 600u + 2u + 4u) << "each length that ends within an entry's data";
+}
+
+TEST(TarTest, EachFlippedByteIsSurvived)
+{
+    std::string image = Write({{"a", std::string(600, '1')}, {std::string(130, 'l'), "22"}, {"d", "4444"}});
+    image.insert(0, Raw("folder", '5', "data of a folder"));
+    for (std::size_t i = 0; i < image.size(); ++i) {
+        for (const char flip : {'\x01', '\x80', '\xFF'}) {
+            image[i] = static_cast<char>(image[i] ^ flip);
+            const Outcome outcome = Read(image);
+            EXPECT_THAT(outcome.status, testing::AnyOf(ERROR_END, ERROR_FORMAT)) << i;
+            std::size_t total = 0;
+            for (const File& file : outcome.files) {
+                total += file.data.size();
+            }
+            EXPECT_LE(total, image.size()) << i;
+            image[i] = static_cast<char>(image[i] ^ flip);
+        }
+    }
+}
+
+TEST(TarTest, DataOfEntriesThatAreNoFilesLosesNothingBehindIt)
+{
+    const std::string contents[] = {"x", std::string(700, 'x'), std::string(700, '\0'), std::string(200'000, 'x'),
+                                    std::string(1024, '\0') + std::string(100'000, 'x')};
+    for (const std::string& content : contents) {
+        for (const char type : {'1', '2', '3', '4', '5', '6'}) {
+            SCOPED_TRACE(testing::Message() << "type " << type << ", " << content.size() << " bytes");
+            const std::string image = Raw("a", '0', "1") + Raw("other", type, content) + Raw("b", '0', "2") +
+                                      Raw("other", type, content) + Raw("other", type, content) + Raw("c", '0', "3") +
+                                      endBlocks;
+            PipeStream pipe(image);
+            for (const Outcome& outcome : {Read(image), Read(pipe)}) {
+                EXPECT_EQ(outcome.status, ERROR_END);
+                EXPECT_THAT(outcome.files, testing::ElementsAre(File{"a", "1"}, File{"b", "2"}, File{"c", "3"}));
+                EXPECT_EQ(outcome.others.size(), 3u);
+            }
+        }
+        const std::string image = Raw("a/", '0', content) + Raw("b", '0', "2") + endBlocks;
+        EXPECT_THAT(Read(image).files, testing::ElementsAre(File{"b", "2"}));
+        EXPECT_THAT(Read(image).others, testing::ElementsAre("a/"));
+    }
+    // A size without data, such as a folder's quota, and a link whose size is that of the file it names.
+    for (const char type : {'1', '5'}) {
+        const std::string hinted = Raw("other", type, "", 4096);
+        EXPECT_THAT(Read(hinted + Raw("b", '0', "2") + endBlocks).files, testing::ElementsAre(File{"b", "2"}));
+        for (const std::string& end : {endBlocks, std::string()}) {
+            const Outcome outcome = Read(Raw("a", '0', "1") + hinted + end);
+            EXPECT_EQ(outcome.status, ERROR_END);
+            EXPECT_FALSE(outcome.cutData);
+        }
+    }
+    // Not read by the caller: passed over.
+    const std::string image = Raw("folder", '5', std::string(3000, 'x')) + Raw("b", '0', std::string(3000, 'y')) +
+                              Raw("c", '0', "3") + endBlocks;
+    const auto stream = StreamOf(image);
+    TarReader reader;
+    TarEntry entry;
+    char name[3];
+    ASSERT_EQ(reader.Open(*stream), OK);
+    ASSERT_EQ(reader.NextEntry(name, sizeof name, &entry), OK);
+    EXPECT_STREQ(name, "fo") << "cut to the room";
+    EXPECT_EQ(reader.NextEntry(name, sizeof name, &entry), OK);
+    EXPECT_STREQ(name, "b");
+    EXPECT_EQ(reader.NextEntry(name, sizeof name, &entry), OK);
+    EXPECT_STREQ(name, "c");
+    EXPECT_EQ(entry.size, 1u);
+    EXPECT_EQ(reader.NextEntry(name, 0, &entry), ERROR_PARAMETER);
+    EXPECT_EQ(reader.NextEntry(name, sizeof name, &entry), ERROR_END);
+    // The same at the end of an archive without end blocks, and of one that is cut.
+    for (const auto& [length, status] :
+         {std::pair{512 + 3072, ERROR_END}, {512 + 3000, ERROR_END}, {512 + 2999, ERROR_FORMAT}}) {
+        const auto cut = StreamOf(std::string_view(image).substr(0, static_cast<std::size_t>(length)));
+        ASSERT_EQ(reader.Open(*cut), OK);
+        ASSERT_EQ(reader.NextEntry(name, sizeof name, &entry), OK);
+        EXPECT_EQ(reader.NextEntry(name, sizeof name, &entry), status) << length;
+    }
+}
+
+TEST(TarTest, DataOfEntriesThatAreNoFilesAtEachPlaceInTheReadersBuffer)
+{
+    for (std::size_t blocks = 120; blocks <= 132; ++blocks) {
+        const std::string image = Raw("a", '0', std::string(blocks * 512, 'a')) +
+                                  Raw("other", '1', std::string(700, 'x')) + Raw("b", '0', "2") + endBlocks;
+        PipeStream pipe(image);
+        const Outcome outcome = Read(pipe);
+        EXPECT_EQ(outcome.status, ERROR_END) << blocks;
+        EXPECT_EQ(outcome.files.size(), 2u) << blocks;
+        EXPECT_THAT(outcome.others, testing::ElementsAre("other")) << blocks;
+    }
+}
+
+TEST(TarTest, AClaimedSizeIsReportedAndComparedWithWhatIsLeft)
+{
+    const std::string image = Raw("a", '0', "x", std::uint64_t{8} << 30) + std::string(1024, 'x');
+    const auto stream = StreamOf(image);
+    TarReader reader;
+    TarEntry entry;
+    char name[512];
+    char byte = 0;
+    ASSERT_EQ(reader.Open(*stream), OK);
+    EXPECT_EQ(reader.BytesLeft(), image.size());
+    EXPECT_EQ(reader.Read(&byte, 1), ERROR_STATE);
+    ASSERT_EQ(reader.NextEntry(name, sizeof name, &entry), OK);
+    EXPECT_EQ(entry.size, std::uint64_t{8} << 30);
+    EXPECT_EQ(reader.BytesLeft(), 512u + 1024u);
+    EXPECT_EQ(reader.Read(&byte, 1), OK);
+    EXPECT_EQ(byte, 'x');
+    EXPECT_EQ(reader.NextEntry(name, sizeof name, &entry), ERROR_FORMAT);
+
+    PipeStream pipe(image);
+    ASSERT_EQ(reader.Open(pipe), OK);
+    ASSERT_EQ(reader.NextEntry(name, sizeof name, &entry), OK);
+    EXPECT_EQ(reader.BytesLeft(), std::numeric_limits<std::uint64_t>::max());
+}
+
+TEST(TarTest, ReadsWhatOtherWritersMake)
+{
+    // A record's length counts its own digits.
+    const auto record = [](const std::string& text) {
+        std::size_t length = text.size() + 3;
+        length += std::to_string(length + std::to_string(length).size() - 1).size() - 1;
+        return std::to_string(length) + " " + text + "\n";
+    };
+    const std::string name = "k\xC3\xB6nig/" + std::string(150, 'n');
+    const std::string pax = Raw("pax", 'x', record("path=" + name) + record("mtime=1.5")) + Raw("cut", '0', "1");
+    const std::string gnu = Raw("././@LongLink", 'L', name + '\0') + Raw("cut", '0', "2");
+    const std::string old = Raw("old", '\0', "3") + Raw("contiguous", '7', "4") + Raw("sym", '2', "");
+    const Outcome outcome = Read(pax + gnu + old + endBlocks + std::string(8192, '\0'));
+    EXPECT_EQ(outcome.status, ERROR_END);
+    EXPECT_THAT(outcome.files,
+                testing::ElementsAre(File{name, "1"}, File{name, "2"}, File{"old", "3"}, File{"contiguous", "4"}));
+    EXPECT_THAT(outcome.others, testing::ElementsAre("sym"));
+}
+
+}  // namespace

@@ -1,0 +1,177 @@
+// Change notices over real sockets.
+
+#include <thread>
+#include <tuple>
+
+#include "ServerFixture.h"
+
+namespace
+{
+
+using namespace VxRestTests;
+using VxRest::EventType;
+using VxTestSupport::EventReader;
+using VxTestSupport::ServerEvent;
+
+class NoticeStreams : public ServerFixture
+{
+protected:
+    void Raise(EventType type, const std::string& path) { document.NotificationEvent().Raise(type, path); }
+
+    EventReader Listen(const std::string& target = "/notifications", const VxTestSupport::HttpHeaders& headers = {})
+    {
+        return EventReader(server->Port(), target, headers);
+    }
+
+    bool Streams(std::size_t count)
+    {
+        return Eventually([&] { return server->Statistics().noticeStreams == count; });
+    }
+};
+
+TEST_F(NoticeStreams, EventsArriveInOrderWithRisingIds)
+{
+    Start();
+    EventReader events = Listen();
+    EventReader chosen = Listen("/notifications?path=/doc/a%2520b");
+    EXPECT_EQ(events.Header().Header("Content-Type"), "text/event-stream");
+    const std::tuple<EventType, const char*, const char*> raised[] = {
+        {EventType::Created, "created", "/doc/a%20b/data"},
+        {EventType::Updated, "updated", "/doc"},
+        {EventType::Deleted, "deleted", "/doc/a%20b"},
+    };
+    for (const auto& [type, name, path] : raised) {
+        Raise(type, path);
+    }
+    std::uint64_t last = 0;
+    for (const auto& [type, name, path] : raised) {
+        const std::optional<ServerEvent> event = events.Next();
+        ASSERT_TRUE(event);
+        EXPECT_EQ(event->event, name);
+        EXPECT_EQ(event->Json(), (json{{"type", static_cast<int>(type)}, {"path", path}}));
+        EXPECT_GT(std::stoull(event->id), last);
+        last = std::stoull(event->id);
+    }
+    EXPECT_EQ(chosen.Next()->event, "created");
+    EXPECT_EQ(chosen.Next()->event, "deleted");
+    EXPECT_EQ(server->Statistics().notices, 3u);
+    EXPECT_EQ(server->Statistics().noticeStreams, 2u);
+}
+
+TEST_F(NoticeStreams, WhatWasMissedIsReplayedOrReset)
+{
+    Start([](auto& options) { options.noticeHistory = 3; });
+    std::string first;
+    {
+        EventReader events = Listen();
+        Raise(EventType::Created, "/a");
+        first = events.Next()->id;
+    }
+    EXPECT_TRUE(Streams(0));
+    for (const char* path : {"/b", "/c", "/d"}) {
+        Raise(EventType::Created, path);
+    }
+    EventReader events = Listen("/notifications", {{"Last-Event-ID", first}});
+    Raise(EventType::Created, "/e");
+    for (const char* path : {"/b", "/c", "/d", "/e"}) {
+        EXPECT_EQ(events.Next()->Json()["path"], path);
+    }
+    EventReader late = Listen("/notifications", {{"Last-Event-ID", first}});
+    const std::optional<ServerEvent> reset = late.Next();
+    EXPECT_EQ(reset->event, "reset");
+    // After a reset the client goes on from its id.
+    Raise(EventType::Created, "/f");
+    EventReader resumed = Listen("/notifications?path=/f", {{"Last-Event-ID", reset->id}});
+    EXPECT_EQ(resumed.Next()->Json()["path"], "/f");
+}
+
+TEST_F(NoticeStreams, QuietStreamsGetComments)
+{
+    Start([](auto& options) { options.noticeHeartbeat = 20ms; });
+    EventReader events = Listen();
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_TRUE(events.NextComment());
+    }
+    Raise(EventType::Created, "/a");
+    EXPECT_EQ(events.Next()->event, "created");
+}
+
+TEST_F(NoticeStreams, ASlowClientIsCutOffAndOthersGetEverything)
+{
+    Start([](auto& options) { options.noticeQueue = 100; });
+    EventReader sluggish(server->Port(), "/notifications", {}, 2048);
+    EventReader fast = Listen();
+    const std::string path = "/" + std::string(1000, 'x');
+    int raised = 0;
+    while (server->Statistics().slowClients == 0 && raised < 100'000) {
+        Raise(EventType::Created, path);
+        ++raised;
+        ASSERT_EQ(fast.Next()->event, "created");
+    }
+    EXPECT_EQ(server->Statistics().slowClients, 1u);
+    EXPECT_TRUE(Streams(1));
+    int received = 0;
+    while (sluggish.Next()) {
+        ++received;
+    }
+    EXPECT_LT(received, raised);
+    EXPECT_TRUE(IsServing());
+}
+
+TEST_F(NoticeStreams, StreamsAreLimitedAndMakeRoomWhenTheyEnd)
+{
+    Start([](auto& options) { options.noticeStreams = 1; });
+    std::optional<EventReader> events(Listen());
+    const HttpReply refused = Connect().Get("/notifications");
+    EXPECT_EQ(refused.status, 503);
+    EXPECT_EQ(refused.Header("Retry-After"), "1");
+    events.reset();
+    EXPECT_TRUE(Streams(0));
+    Listen();
+}
+
+TEST_F(NoticeStreams, EndWithTheServerAndWithTheResource)
+{
+    Start();
+    EventReader events = Listen();
+    router.Deregister("/doc", true);
+    Raise(EventType::Created, "/lost");
+    immediate.NotificationEvent().Raise(EventType::Created, "/seen");
+    EXPECT_EQ(events.Next()->Json()["path"], "/seen");
+    server->Stop();
+    EXPECT_EQ(events.Next(), std::nullopt);
+    immediate.NotificationEvent().Raise(EventType::Created, "/late");
+    EXPECT_EQ(server->Statistics().notices, 1u);
+}
+
+TEST_F(NoticeStreams, RaisedFromManyThreadsWhileStreamsComeAndGo)
+{
+    Start();
+    EventReader events = Listen();
+    constexpr int each = 200;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([this, t] {
+            for (int i = 0; i < each; ++i) {
+                Raise(EventType::Created, "/" + std::to_string(t) + "/" + std::to_string(i));
+            }
+        });
+    }
+    std::thread visitor([this] {
+        for (int i = 0; i < 20; ++i) {
+            Listen();
+        }
+    });
+    std::vector<int> next(4, 0);
+    for (int i = 0; i < 4 * each; ++i) {
+        const std::string path = events.Next()->Json()["path"];
+        const int thread = path[1] - '0';
+        ASSERT_EQ(path.substr(3), std::to_string(next[static_cast<std::size_t>(thread)]++));
+    }
+    visitor.join();
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+}  // namespace

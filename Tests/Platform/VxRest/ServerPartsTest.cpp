@@ -1,0 +1,309 @@
+// The small parts of the HTTP server, each by itself.
+
+#include <gtest/gtest.h>
+
+#include <Server/Authority.h>
+#include <Server/Gate.h>
+#include <Server/HeaderScan.h>
+#include <Server/MediaType.h>
+#include <Server/NoticeHistory.h>
+#include <Server/NoticeQueue.h>
+#include <Server/Options.h>
+#include <Server/Reply.h>
+#include <Server/Target.h>
+
+#include "TestResources.h"
+
+namespace
+{
+
+using namespace VxRestTests;
+using namespace VxRest::Http;
+using VxRest::EventType;
+
+/// The HTTP status of the refusal that `call` throws; 0 when it throws none.
+template <class Call>
+unsigned RefusalOf(Call&& call)
+{
+    try {
+        call();
+    } catch (const Refusal& refusal) {
+        return refusal.HttpStatus();
+    }
+    return 0;
+}
+
+TEST(MediaTypes, ContentTypes)
+{
+    EXPECT_EQ(ParseContentType("Application/JSON ; charset=UTF-8"), Media::Json);
+    EXPECT_EQ(ParseContentType("application/json; charset=\"utf-8\"; x=\";\""), Media::Json);
+    EXPECT_EQ(ParseContentType("application/cbor"), Media::Cbor);
+    EXPECT_EQ(ParseContentType("application/msgpack;"), Media::MsgPack);
+    EXPECT_EQ(ParseContentType("application/octet-stream"), Media::Octets);
+    for (const char* other :
+         {"", "text/plain", "application/jsonx", "application/json; charset=latin1", "json", "*/*"}) {
+        EXPECT_EQ(ParseContentType(other), std::nullopt) << other;
+    }
+}
+
+TEST(MediaTypes, AcceptChoosesTheBest)
+{
+    const std::pair<const char*, std::optional<Media>> cases[] = {
+        {"", Media::Json},
+        {"*/*", Media::Json},
+        {"application/*", Media::Json},
+        {"APPLICATION/CBOR", Media::Cbor},
+        {"text/html, application/msgpack;q=0.2, application/cbor;q=0.1", Media::MsgPack},
+        {"application/json;q=0, */*", Media::Cbor},  // the more exact range counts
+        {"application/octet-stream", std::nullopt},
+        {"application/octet-stream;q=0.5, application/json", Media::Json},
+        {"application/json; version=\"1,2\"; q=0.5", Media::Json},
+        {"application/json;q=0", std::nullopt},
+        {"application/json;q=2", std::nullopt},
+        {"application/json;q=x, nonsense, ,;", std::nullopt},
+    };
+    for (const auto& [accept, structured] : cases) {
+        EXPECT_EQ(Acceptance(accept).BestStructured(), structured) << accept;
+    }
+    EXPECT_TRUE(Acceptance("application/octet-stream, application/json;q=0.9").PrefersOctets());
+    for (const char* other : {"*/*", "application/*", "application/octet-stream;q=0.5, application/json"}) {
+        EXPECT_FALSE(Acceptance(other).PrefersOctets()) << other;
+    }
+}
+
+TEST(Targets, PathAndArguments)
+{
+    struct Case
+    {
+        const char* text;
+        const char* path;
+        json args = json::object();
+    };
+    const Case cases[] = {
+        {"/", "/"},
+        {"*", "*"},
+        {"/a%20b/c.d-~9/*?", "/a%20b/c.d-~9/*"},
+        {"/a?n=7&neg=-2&f=1.5&e=1e3&big=18446744073709551615",
+         "/a",
+         {{"n", 7}, {"neg", -2}, {"f", 1.5}, {"e", 1000.0}, {"big", 18446744073709551615U}}},
+        {"/a?t=true&f=false&s=text&c=True&z=null&empty=&flag",
+         "/a",
+         {{"t", true}, {"f", false}, {"s", "text"}, {"c", "True"}, {"z", "null"}, {"empty", ""}, {"flag", ""}}},
+        {"/a?x=07&y=%2B7&w=7%20&v=.5&u=5.&h=1e999&q=%227%22",
+         "/a",
+         {{"x", "07"}, {"y", "+7"}, {"w", "7 "}, {"v", ".5"}, {"u", "5."}, {"h", "1e999"}, {"q", "\"7\""}}},
+        {"/a?n%20m=a+b%2Bc%00&&", "/a", {{"n m", std::string("a b+c\0", 6)}}},
+        {"/a?schema=true&b=1", "/a", {{"b", 1}}},
+        {"/a?schema=false", "/a"},
+        {"http://host:1/p?a=1", "/p", {{"a", 1}}},
+        {"http://host", "/"},
+    };
+    for (const Case& test : cases) {
+        const Target target = ParseTarget(test.text);
+        EXPECT_EQ(target.path, test.path) << test.text;
+        EXPECT_EQ(target.args, test.args) << test.text;
+        EXPECT_EQ(target.schema, std::string_view(test.text).find("schema=true") != std::string_view::npos);
+    }
+    EXPECT_EQ(ParseTarget("http://host:1/p").authority, "host:1");
+    for (const char* malformed : {"", "a", "/a%zz", "/a b", "/a#b", "/a?a=%", "https://host/", "ftp://h/", "http:///p",
+                                  "http://user@host/", "/a?x=1&x=2", "/a?schema=1", "host:80"}) {
+        EXPECT_EQ(RefusalOf([&] { ParseTarget(malformed); }), 400u) << malformed;
+    }
+}
+
+TEST(HeaderScans, TheSameWhateverThePieces)
+{
+    using Result = HeaderScan::Result;
+    const std::pair<std::string_view, Result> cases[] = {
+        {"GET / HTTP/1.1\r\nA: b\r\n\r\nbody\n", Result::Complete},
+        {"GET / HTTP/1.1\r\nA: b\r\n", Result::More},
+        {"GET / HTTP/1.1\r\nA: b\n\r\n", Result::BareLineFeed},
+        {"\nGET /", Result::BareLineFeed},
+        {"GET / HTTP/1.1\r\nA: b\r\n c\r\n\r\n", Result::Folded},
+        {"GET / HTTP/1.1\r\nA: b\r\n\tc\r\n\r\n", Result::Folded},
+        {"G\r\n1:\r\n2:\r\n3:\r\n\r\n", Result::Complete},
+        {"G\r\n1:\r\n2:\r\n3:\r\n4:\r\n\r\n", Result::TooManyFields},
+    };
+    for (const auto& [text, expected] : cases) {
+        for (const std::size_t step : {std::size_t{1}, std::size_t{3}, text.size()}) {
+            HeaderScan header(3);
+            Result result = Result::More;
+            for (std::size_t size = 0; size < text.size() && result == Result::More;) {
+                size = std::min(size + step, text.size());
+                result = header.Scan(text.substr(0, size));
+            }
+            EXPECT_EQ(result, expected) << text << " by " << step;
+            if (expected == Result::Complete) {
+                EXPECT_EQ(text.substr(header.Length() - 4, 4), "\r\n\r\n");
+            }
+        }
+    }
+}
+
+TEST(Authorities, OwnForeignAndMalformed)
+{
+    using Verdict = Authority::Verdict;
+    const Authority own("127.0.0.1", 8080);
+    for (const char* host : {"127.0.0.1:8080", "127.0.0.1", "LocalHost:8080", "localhost:08080"}) {
+        EXPECT_EQ(own.Host(host, "127.0.0.1"), Verdict::Own) << host;
+    }
+    for (const char* host : {"127.0.0.1:80", "127.0.0.2:8080", "evil.example:8080", "localhost.evil.example",
+                             "127.0.0.1.evil.example", "[::1]:8080"}) {
+        EXPECT_EQ(own.Host(host, "127.0.0.1"), Verdict::Foreign) << host;
+    }
+    for (const char* host : {"", ":8080", "localhost:", "localhost:x", "localhost:99999", "localhost:8080:8080",
+                             "a@localhost", "localhost, evil", "[::1", "[x]:8080"}) {
+        EXPECT_EQ(own.Host(host, "127.0.0.1"), Verdict::Malformed) << host;
+    }
+    EXPECT_EQ(Authority("::1", 1).Host("[0:0:0:0:0:0:0:1]:1", "::1"), Verdict::Own);
+    const Authority any("0.0.0.0", 1);
+    EXPECT_EQ(any.Host("10.0.0.5:1", "10.0.0.5"), Verdict::Own);
+    EXPECT_EQ(any.Host("10.0.0.6:1", "10.0.0.5"), Verdict::Foreign);
+    EXPECT_EQ(any.Host("0.0.0.0:1", "10.0.0.5"), Verdict::Own);
+    EXPECT_EQ(NormalAddress("::ffff:10.0.0.5"), "10.0.0.5");
+
+    EXPECT_TRUE(own.IsOwnOrigin("http://localhost:8080", "127.0.0.1"));
+    EXPECT_TRUE(Authority("127.0.0.1", 80).IsOwnOrigin("HTTP://127.0.0.1", "127.0.0.1"));
+    for (const char* foreign : {"null", "", "http://", "http://localhost", "http://localhost:3000",
+                                "https://localhost:8080", "http://evil.example:8080"}) {
+        EXPECT_FALSE(own.IsOwnOrigin(foreign, "127.0.0.1")) << foreign;
+    }
+}
+
+TEST(Gates, HostThenTokenThenOrigin)
+{
+    const auto check = [](Verb verb, std::optional<std::string_view> host, std::optional<std::string_view> token,
+                          std::optional<std::string_view> origin, bool http11 = true, const char* authority = "") {
+        RequestHead head;
+        head.verb = verb;
+        head.http11 = http11;
+        head.host = host;
+        head.authorization = token;
+        head.origin = origin;
+        Target target;
+        target.authority = authority;
+        const VxRest::Http::Gate gate(Authority("127.0.0.1", 80), "secret");
+        return RefusalOf([&] { gate.Check(head, target, "127.0.0.1"); });
+    };
+    const char* const right = "Bearer secret";
+    EXPECT_EQ(check(Verb::Put, "localhost", right, "http://localhost"), 0u);
+    EXPECT_EQ(check(Verb::Put, "localhost", "bearer  secret ", std::nullopt), 0u);
+    EXPECT_EQ(check(Verb::Get, std::nullopt, right, std::nullopt), 400u);
+    EXPECT_EQ(check(Verb::Get, std::nullopt, right, std::nullopt, false), 0u);  // HTTP/1.0 knows no Host
+    EXPECT_EQ(check(Verb::Get, "", right, std::nullopt), 400u);
+    EXPECT_EQ(check(Verb::Get, "evil.example", right, std::nullopt), 421u);
+    EXPECT_EQ(check(Verb::Get, "localhost", right, std::nullopt, true, "evil.example"), 421u);
+    for (const char* wrong :
+         {"", "Bearer", "Bearer ", "Bearer secre", "Bearer secret2", "Bearer Secret", "Basic secret"}) {
+        EXPECT_EQ(check(Verb::Get, "localhost", wrong, std::nullopt), 401u) << wrong;
+    }
+    EXPECT_EQ(check(Verb::Get, "localhost", std::nullopt, std::nullopt), 401u);
+    EXPECT_EQ(check(Verb::Post, "localhost", right, "http://evil.example"), 403u);
+    EXPECT_EQ(check(Verb::Other, "localhost", right, "null"), 403u);
+    EXPECT_EQ(check(Verb::Get, "localhost", right, "http://evil.example"), 0u);
+}
+
+TEST(Replies, HeadersCannotBeForged)
+{
+    Reply reply;
+    reply.AddField("Location", "/a\r\nSet-Cookie: x\x7F ü");
+    EXPECT_EQ(reply.fields, "Location: /a%0D%0ASet-Cookie: x%7F %C3%BC\r\n");
+    std::string head;
+    AppendHead(head, reply, "close", DateLine(951827696));
+    EXPECT_EQ(head, "HTTP/1.1 204 No Content\r\nDate: Tue, 29 Feb 2000 12:34:56 GMT\r\nConnection: close\r\n" +
+                        reply.fields + "\r\n");
+}
+
+TEST(Notices, QueueMergesRepeatedUpdatesAndDropsEverythingWhenFull)
+{
+    int woken = 0;
+    NoticeQueue queue(3, [&] { ++woken; });
+    queue.Raise(EventType::Updated, "/a");
+    EXPECT_EQ(woken, 0);  // nobody listens yet
+    EXPECT_EQ(queue.Take(true).notices.size(), 1u);
+    for (int i = 0; i < 5; ++i) {
+        queue.Raise(EventType::Updated, "/a");
+    }
+    queue.Raise(EventType::Created, "/a");
+    queue.Raise(EventType::Created, "/a");
+    EXPECT_EQ(woken, 1);
+    NoticeQueue::Batch batch = queue.Take(true);
+    EXPECT_EQ(batch.notices.size(), 3u);
+    EXPECT_FALSE(batch.lost);
+    for (int i = 0; i < 4; ++i) {
+        queue.Raise(EventType::Deleted, "/a");
+    }
+    batch = queue.Take(true);
+    EXPECT_EQ(batch.notices.size(), 1u);
+    EXPECT_TRUE(batch.lost);
+    EXPECT_FALSE(queue.Take(true).lost);
+    EXPECT_EQ(queue.Raised(), 12u);
+    queue.Close();
+    queue.Raise(EventType::Created, "/a");
+    EXPECT_TRUE(queue.Take(true).notices.empty());
+    EXPECT_EQ(woken, 2);
+
+    NoticeQueue failing(3, [] { throw std::bad_alloc(); });
+    failing.Take(true);
+    failing.Raise(EventType::Created, "/a");  // must not throw
+    EXPECT_TRUE(failing.Take(true).lost);
+}
+
+TEST(Notices, HistoryReplaysOrResets)
+{
+    NoticeHistory history(3, 100);
+    for (const char* path : {"/a", "/b", "/a/x", "/b\n\xFF"}) {
+        history.Add({EventType::Updated, path});
+    }
+    EXPECT_EQ(history.Replay("104", ""), "");
+    EXPECT_EQ(history.Replay("102", "/a"), "id: 103\nevent: updated\ndata: {\"path\":\"/a/x\",\"type\":2}\n\n");
+    const std::string all = history.Replay("101", "/");
+    EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), 12);  // three events; a line feed in a path makes no line
+    EXPECT_NE(all.find("/b\\n\xEF\xBF\xBD"), std::string::npos);
+    const std::string reset = "id: 104\nevent: reset\ndata: {}\n\n";
+    for (const char* unknown : {"100", "0", "105", "", "x", "103x", "-1", "99999999999999999999999"}) {
+        EXPECT_EQ(history.Replay(unknown, ""), reset) << unknown;
+    }
+    history.Forget();
+    EXPECT_EQ(history.Replay("104", ""), history.ResetEvent());
+    EXPECT_EQ(history.Replay("105", ""), "");
+    EXPECT_EQ(history.Add({EventType::Created, "/a"}).id, 106u);
+
+    NoticeHistory none(0, 0);
+    EXPECT_EQ(none.Add({EventType::Created, "/a"}).event,
+              "id: 1\nevent: created\ndata: {\"path\":\"/a\",\"type\":1}\n\n");
+    EXPECT_NE(none.Replay("0", ""), "");
+    EXPECT_EQ(none.Replay("1", ""), "");
+}
+
+TEST(Options, UnusableAndUnsafeOnesAreRefused)
+{
+    using VxRest::HttpServerOptions;
+    const auto status = [](const std::function<void(HttpServerOptions&)>& change) {
+        HttpServerOptions options;
+        change(options);
+        return StatusOfCall([&] { CheckOptions(options); });
+    };
+    EXPECT_EQ(status([](auto&) {}), Nucleo::OK);
+    EXPECT_EQ(status([](auto& o) { o.address = "::1"; }), Nucleo::OK);
+    EXPECT_EQ(status([](auto& o) { o.address = "0.0.0.0", o.token = "t"; }), Nucleo::OK);
+    const std::function<void(HttpServerOptions&)> wrong[] = {
+        [](auto& o) { o.address = "0.0.0.0"; },
+        [](auto& o) { o.address = "::"; },
+        [](auto& o) { o.token = "two words"; },
+        [](auto& o) { o.token = "line\n"; },
+        [](auto& o) { o.headerBytes = 10; },
+        [](auto& o) { o.workers = 0; },
+        [](auto& o) { o.jsonDepth = 0; },
+        [](auto& o) { o.connections = 0; },
+        [](auto& o) { o.allBodyBytes = o.bodyBytes - 1; },
+        [](auto& o) { o.bodyBytesPerSecond = 0; },
+        [](auto& o) { o.idleDeadline = std::chrono::milliseconds(0); },
+        [](auto& o) { o.headerDeadline = std::chrono::milliseconds(-1); },
+    };
+    for (std::size_t i = 0; i < std::size(wrong); ++i) {
+        EXPECT_EQ(status(wrong[i]), Nucleo::ERROR_PARAMETER) << i;
+    }
+}
+
+}  // namespace

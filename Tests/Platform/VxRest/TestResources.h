@@ -1,0 +1,120 @@
+#pragma once
+// A resource that does what the test says, and a server with some of them.
+
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+#include <VxApi/Exception.h>
+#include <VxRest/HttpServer.h>
+#include <VxRest/ResourceRouter.h>
+
+namespace VxRestTests
+{
+
+using nlohmann::json;
+using VxRest::CreateResult;
+using VxRest::RequestInfo;
+using VxRest::ResponseInfo;
+
+/// Offers the operations whose hooks are set.
+class FakeResource : public VxRest::ResourceBase,
+                     public VxRest::IDocumentResource,
+                     public VxRest::IParentResource,
+                     public VxRest::ICallableResource
+{
+public:
+    std::function<json(const RequestInfo&, ResponseInfo&)> document;
+    std::function<void(const RequestInfo&, const json&)> update;
+    std::function<CreateResult(const RequestInfo&, const json&)> create;
+    std::function<void(const RequestInfo&)> remove;
+    std::function<json(const RequestInfo&, const json&)> invoke;
+    bool immediate = false;
+
+    /// A resource with a document alone.
+    static FakeResource WithDocument(json value)
+    {
+        FakeResource resource;
+        resource.document = [value](const auto&, auto&) { return value; };
+        return resource;
+    }
+
+    /// A command alone.
+    static FakeResource WithCommand(std::function<json(const RequestInfo&, const json&)> call)
+    {
+        FakeResource resource;
+        resource.invoke = std::move(call);
+        return resource;
+    }
+
+    VxRest::IDocumentResource* DocumentProvider() override { return document || update ? this : nullptr; }
+    VxRest::IParentResource* ParentProvider() override { return create || remove ? this : nullptr; }
+    VxRest::ICallableResource* CallableProvider() override { return invoke ? this : nullptr; }
+    bool IsImmediate() const override { return immediate; }
+
+    json Document(const RequestInfo& request, ResponseInfo& response) override { return document(request, response); }
+    void UpdateDocument(const RequestInfo& request, const json& value) override
+    {
+        if (!update) {
+            VX_THROW(Nucleo::ERROR_UNSUPPORTED);
+        }
+        update(request, value);
+    }
+    CreateResult Create(const RequestInfo& request, const json& value) override { return create(request, value); }
+    void Delete(const RequestInfo& request) override { remove(request); }
+    json Invoke(const RequestInfo& request, const json& args) override { return invoke(request, args); }
+};
+
+/// Something that happens once and can be waited for.
+class Signal
+{
+public:
+    void Set()
+    {
+        const std::lock_guard guard(mutex_);
+        set_ = true;
+        changed_.notify_all();
+    }
+
+    /// False when it has not happened within the bound.
+    bool Await(std::chrono::milliseconds bound = std::chrono::seconds(20))
+    {
+        std::unique_lock lock(mutex_);
+        return changed_.wait_for(lock, bound, [this] { return set_; });
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    bool set_ = false;
+};
+
+/// A call that says when it has begun and goes on when it is told to.
+struct Gate
+{
+    Signal entered;
+    Signal open;
+
+    void Pass()
+    {
+        entered.Set();
+        open.Await();
+    }
+};
+
+/// The status of the Vx::Exception that `call` throws; OK when it throws none.
+template <class Call>
+Nucleo::Status StatusOfCall(Call&& call)
+{
+    try {
+        call();
+    } catch (const Vx::Exception& error) {
+        return error.Status();
+    }
+    return Nucleo::OK;
+}
+
+}  // namespace VxRestTests
