@@ -27,7 +27,7 @@ vx_install() {
         return 0
     fi
     local wanted installed missing as_root=() update=(apt-get update -q) install
-    wanted=$(vx_packages "$@" | LC_ALL=C sort)
+    wanted=$(vx_packages "$@" | LC_ALL=C sort -u)
     # shellcheck disable=SC2016,SC2086 # dpkg-query expands the field names; package names hold no blanks.
     installed=$(dpkg-query -W -f '${db:Status-Status} ${Package}\n' $wanted 2>/dev/null |
         awk '$1 == "installed" { print $2 }' | LC_ALL=C sort -u) || true

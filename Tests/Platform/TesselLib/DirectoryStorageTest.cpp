@@ -405,6 +405,16 @@ TEST_F(DirectoryStorageTest, SaysThatNoRoomIsLeft)
         EXPECT_EQ(Upload("b", std::string(8193, 'n')), ERROR_DISK_FULL);
         EXPECT_EQ(Upload("c", std::string(8192, 'n')), OK);
     }
+    EXPECT_EQ(Download("a"), "old");
+    EXPECT_THAT(List(), testing::ElementsAre("a", "c"));
+}
+
+TEST_F(DirectoryStorageTest, SaysThatNoFileCanBeOpened)
+{
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "the sanitizer's check of dynamic types opens a pipe, which this test leaves no numbers for";
+#endif
+    ASSERT_EQ(Upload("a", "old"), OK);
     const int next = ::dup(0);
     ::close(next);
     {
@@ -416,7 +426,7 @@ TEST_F(DirectoryStorageTest, SaysThatNoRoomIsLeft)
         EXPECT_TRUE(storage_->FileExists("a"));
     }
     EXPECT_EQ(Download("a"), "old");
-    EXPECT_THAT(List(), testing::ElementsAre("a", "c"));
+    EXPECT_THAT(List(), testing::ElementsAre("a"));
 }
 
 TEST_F(DirectoryStorageTest, NeverWritesOverAFileThatSomebodyStillReads)
