@@ -94,6 +94,9 @@ Status MemoryStream::Reserve(std::uint64_t size)
     if (attached_) {
         return ERROR_STATE;
     }
+    if (size > content_.max_size() - content_.size()) {
+        return ERROR_MEMORY;
+    }
     try {
         content_.reserve(content_.size() + size);
         return OK;

@@ -70,9 +70,9 @@ TEST(MemoryStreamTest, GrowsOrReadsABlockAndHandsItsContentOver)
     EXPECT_EQ(stream->BytesLeft(), 2U);
     EXPECT_EQ(stream->Read(text, 3, 8, &count), ERROR_END);
     EXPECT_EQ(std::string(text, count), "lo");
+    EXPECT_EQ(stream->Reserve(~std::uint64_t{0}), ERROR_MEMORY);
     EXPECT_EQ(stream->TakeContent().size(), 5U);
     EXPECT_EQ(stream->Length(), 0U);
-    EXPECT_EQ(stream->Reserve(~std::uint64_t{0} / 2), ERROR_MEMORY);
 
     const std::uint8_t block[] = {1, 2, 3};
     EXPECT_EQ(stream->Attach(nullptr, 1), ERROR_PARAMETER);
