@@ -126,7 +126,8 @@ TEST(ZstdTest, DamageIsFoundAndWhatCameBeforeItIsDelivered)
     Bytes damaged = Compress(large, 10);
     std::size_t block = 6;  // behind the frame's header
     for (int i = 0; i < 3; ++i) {
-        block += 3 + ((damaged[block] | damaged[block + 1] << 8U | damaged[block + 2] << 16U) >> 3U);
+        block +=
+            3 + (static_cast<std::size_t>(damaged[block] | damaged[block + 1] << 8 | damaged[block + 2] << 16) >> 3);
     }
     damaged[block] |= 0x06;
     for (const std::size_t maximum : {4096U, 1U << 20}) {
