@@ -1,4 +1,7 @@
+#include <algorithm>
+#include <charconv>
 #include <cstdio>
+#include <cstring>
 
 #include <Nucleo/Format.h>
 
@@ -9,19 +12,71 @@ namespace
 
 constexpr std::string_view unfit = "(?)";
 
+// Widths and precisions from a format of ours are small; the bounds keep a wrong one from printing gigabytes.
+constexpr std::size_t widest = std::size_t{1} << 20;
+constexpr std::size_t longestFlagsToPrecision = 32;
+
 bool IsDigit(char c)
 {
     return c >= '0' && c <= '9';
 }
 
+bool IsFlag(char c)
+{
+    return c == ' ' || c == '#' || c == '+' || c == '-' || c == '0';
+}
+
+bool IsLength(char c)
+{
+    return c == 'h' || c == 'l' || c == 'q' || c == 'j' || c == 'z' || c == 't';
+}
+
+// Where the text goes: keeps what fits and counts all of it.
+class Sink
+{
+public:
+    Sink(char* buffer, std::size_t capacity) : buffer_(buffer), capacity_(capacity) {}
+
+    std::size_t Length() const { return length_; }
+    char* End() { return buffer_ + std::min(length_, capacity_); }
+    std::size_t Room() const { return capacity_ - std::min(length_, capacity_); }
+
+    void Put(const char* text, std::size_t size)
+    {
+        std::memcpy(End(), text, std::min(size, Room()));
+        length_ += size;
+    }
+    void Put(std::string_view text) { Put(text.data(), text.size()); }
+    // Counts what was written at End(), or would have been, had there been room.
+    void Advance(std::size_t size) { length_ += size; }
+
+private:
+    char* buffer_;
+    std::size_t capacity_;
+    std::size_t length_ = 0;
+};
+
 // One specifier taken apart: "%" [position "$"] [flags] [width] ["." precision] [length] conversion.
 struct Specifier
 {
     std::string_view flagsToPrecision;
+    bool tooWide = false;
     int bits = 32;         // Of an integer, by the length modifier.
     char conversion = 0;   // 0: the format ended inside the specifier.
     std::size_t size = 0;  // Characters after the "%".
+
+    bool IsPlain() const { return flagsToPrecision.empty(); }
 };
+
+// Skips a number; whether it is within the bound.
+bool SkipNumber(std::string_view text, std::size_t& at)
+{
+    std::size_t value = 0;
+    for (; at < text.size() && IsDigit(text[at]); ++at) {
+        value = std::min(value * 10 + static_cast<std::size_t>(text[at] - '0'), widest + 1);
+    }
+    return value <= widest;
+}
 
 Specifier ReadSpecifier(std::string_view text)
 {
@@ -36,20 +91,17 @@ Specifier ReadSpecifier(std::string_view text)
         ++at;
     }
     const std::size_t begin = at;
-    while (at < text.size() && std::string_view(" #+-0").find(text[at]) != std::string_view::npos) {
+    while (at < text.size() && IsFlag(text[at])) {
         ++at;
     }
-    while (at < text.size() && IsDigit(text[at])) {
-        ++at;
-    }
+    specifier.tooWide = !SkipNumber(text, at);
     if (at < text.size() && text[at] == '.') {
         ++at;
-        while (at < text.size() && IsDigit(text[at])) {
-            ++at;
-        }
+        specifier.tooWide |= !SkipNumber(text, at);
     }
     specifier.flagsToPrecision = text.substr(begin, at - begin);
-    while (at < text.size() && std::string_view("hlqjzt").find(text[at]) != std::string_view::npos) {
+    specifier.tooWide |= specifier.flagsToPrecision.size() > longestFlagsToPrecision;
+    while (at < text.size() && IsLength(text[at])) {
         specifier.bits = text[at] == 'h' ? specifier.bits / 2 : 64;
         ++at;
     }
@@ -60,38 +112,52 @@ Specifier ReadSpecifier(std::string_view text)
     return specifier;
 }
 
+// The way of every specifier that is not plain.
 template <class T>
-void Append(std::string& out, const Specifier& specifier, std::string_view conversion, T value)
+void PutFormatted(Sink& out, const Specifier& specifier, std::string_view conversion, T value)
 {
-    // Widths from a format of ours are small; the bound keeps a wrong one from printing megabytes.
-    char format[48];
-    if (specifier.flagsToPrecision.size() > 32) {
-        out += unfit;
+    if (specifier.tooWide) {
+        out.Put(unfit);
         return;
     }
+    char format[longestFlagsToPrecision + 8];
     std::size_t length = 0;
     format[length++] = '%';
     length += specifier.flagsToPrecision.copy(format + length, specifier.flagsToPrecision.size());
     length += conversion.copy(format + length, conversion.size());
     format[length] = '\0';
-    char small[128];
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
-    const int needed = std::snprintf(small, sizeof small, format, value);
-    if (needed < 0 || needed > 1 << 20) {
-        out += unfit;
-    } else if (static_cast<std::size_t>(needed) < sizeof small) {
-        out.append(small, static_cast<std::size_t>(needed));
-    } else {
-        const std::size_t old = out.size();
-        out.resize(old + static_cast<std::size_t>(needed) + 1);
-        std::snprintf(out.data() + old, static_cast<std::size_t>(needed) + 1, format, value);
-        out.pop_back();
-    }
+    // The sinks have one byte more than their capacity, for the NUL.
+    const int needed = std::snprintf(out.End(), out.Room() + 1, format, value);
 #pragma GCC diagnostic pop
+    if (needed < 0) {
+        out.Put(unfit);
+    } else {
+        out.Advance(static_cast<std::size_t>(needed));
+    }
 }
 
-void AppendInteger(std::string& out, const Specifier& specifier, std::uint64_t slot)
+// `write` is std::to_chars with all but the buffer bound; false when 32 bytes are too few for it.
+template <class Write>
+bool PutNumber(Sink& out, Write write)
+{
+    char small[32];
+    char* const begin = out.Room() >= sizeof small ? out.End() : small;
+    const std::to_chars_result result = write(begin, begin + sizeof small);
+    if (result.ec != std::errc()) {
+        return false;
+    }
+    const auto size = static_cast<std::size_t>(result.ptr - begin);
+    if (begin == small) {
+        out.Put(small, size);
+    } else {
+        out.Advance(size);
+    }
+    return true;
+}
+
+void PutInteger(Sink& out, const Specifier& specifier, std::uint64_t slot)
 {
     const bool isSigned = specifier.conversion == 'd' || specifier.conversion == 'i';
     if (isSigned) {
@@ -103,22 +169,62 @@ void AppendInteger(std::string& out, const Specifier& specifier, std::uint64_t s
         } else if (specifier.bits == 8) {
             value = static_cast<std::int8_t>(slot);
         }
-        Append(out, specifier, "lld", value);
+        if (specifier.IsPlain()) {
+            PutNumber(out, [value](char* begin, char* end) { return std::to_chars(begin, end, value); });
+        } else {
+            PutFormatted(out, specifier, "lld", value);
+        }
+        return;
+    }
+    const unsigned long long value = specifier.bits == 64 ? slot : slot & ((1ULL << specifier.bits) - 1);
+    if (specifier.IsPlain() && specifier.conversion != 'X') {
+        const int base = specifier.conversion == 'u' ? 10 : specifier.conversion == 'x' ? 16 : 8;
+        PutNumber(out, [value, base](char* begin, char* end) { return std::to_chars(begin, end, value, base); });
     } else {
-        const unsigned long long value = specifier.bits == 64 ? slot : slot & ((1ULL << specifier.bits) - 1);
         const char conversion[] = {'l', 'l', specifier.conversion};
-        Append(out, specifier, {conversion, 3}, value);
+        PutFormatted(out, specifier, {conversion, 3}, value);
     }
 }
 
-void AppendSlot(std::string& out, const Specifier& specifier, std::uint64_t slot, ArgKind kind)
+// A plain "%f", "%e" or "%g": false when it is another or its text is long.
+bool PutPlainFloat(Sink& out, const Specifier& specifier, double value)
+{
+    constexpr int precision = 6;  // Of a specifier that names none.
+    std::chars_format style = std::chars_format::general;
+    if (!specifier.IsPlain()) {
+        return false;
+    }
+    switch (specifier.conversion) {
+        case 'f':
+            style = std::chars_format::fixed;
+            break;
+        case 'e':
+            style = std::chars_format::scientific;
+            break;
+        case 'g':
+            break;
+        default:
+            return false;
+    }
+    return PutNumber(
+        out, [value, style](char* begin, char* end) { return std::to_chars(begin, end, value, style, precision); });
+}
+
+void PutSlot(Sink& out, const Specifier& specifier, std::uint64_t slot, ArgKind kind)
 {
     const bool isInteger = kind == ArgKind::Signed || kind == ArgKind::Unsigned;
     switch (specifier.conversion) {
         case 's':
             if (kind == ArgKind::Text) {
                 const auto* text = reinterpret_cast<const char*>(slot);
-                Append(out, specifier, "s", text != nullptr ? text : "(null)");
+                if (text == nullptr) {
+                    text = "(null)";
+                }
+                if (specifier.IsPlain()) {
+                    out.Put(text);
+                } else {
+                    PutFormatted(out, specifier, "s", text);
+                }
                 return;
             }
             break;
@@ -129,13 +235,13 @@ void AppendSlot(std::string& out, const Specifier& specifier, std::uint64_t slot
         case 'x':
         case 'X':
             if (isInteger) {
-                AppendInteger(out, specifier, slot);
+                PutInteger(out, specifier, slot);
                 return;
             }
             break;
         case 'c':
             if (isInteger) {
-                Append(out, specifier, "c", static_cast<int>(slot));
+                PutFormatted(out, specifier, "c", static_cast<int>(slot));
                 return;
             }
             break;
@@ -148,46 +254,117 @@ void AppendSlot(std::string& out, const Specifier& specifier, std::uint64_t slot
         case 'g':
         case 'G':
             if (kind == ArgKind::Float) {
-                Append(out, specifier, {&specifier.conversion, 1}, std::bit_cast<double>(slot));
+                const auto value = std::bit_cast<double>(slot);
+                if (!PutPlainFloat(out, specifier, value)) {
+                    PutFormatted(out, specifier, {&specifier.conversion, 1}, value);
+                }
                 return;
             }
             break;
         default:
             break;
     }
-    out += unfit;
+    out.Put(unfit);
 }
 
-}  // namespace
-
-std::string Print(std::string_view format, FormatArgs args)
+void PrintInto(Sink& out, std::string_view format, FormatArgs args)
 {
-    std::string out;
-    out.reserve(format.size() + 16 * args.slots.size());
     std::size_t next = 0;
     std::size_t at = 0;
     while (at < format.size()) {
-        const std::size_t percent = format.find('%', at);
-        out += format.substr(at, percent - at);
-        if (percent == std::string_view::npos) {
+        const std::size_t percent = std::min(format.find('%', at), format.size());
+        out.Put(format.substr(at, percent - at));
+        if (percent == format.size()) {
             break;
         }
         at = percent + 1;
         if (at < format.size() && format[at] == '%') {
-            out += '%';
+            out.Put("%");
             ++at;
             continue;
         }
         const Specifier specifier = ReadSpecifier(format.substr(at));
         at += specifier.size;
         if (specifier.conversion == 0 || next >= args.slots.size()) {
-            out += unfit;
+            out.Put(unfit);
         } else {
-            AppendSlot(out, specifier, args.slots[next], args.kinds[next]);
+            PutSlot(out, specifier, args.slots[next], args.kinds[next]);
             ++next;
         }
     }
-    return out;
+}
+
+template <class T>
+Status FormatInto(char* buffer, std::size_t capacity, T value) noexcept
+{
+    if (capacity == 0) {
+        return ERROR_CAPACITY;
+    }
+    const std::to_chars_result result = std::to_chars(buffer, buffer + capacity - 1, value);
+    const bool fits = result.ec == std::errc();
+    *(fits ? result.ptr : buffer) = '\0';
+    return fits ? OK : ERROR_CAPACITY;
+}
+
+}  // namespace
+
+std::string Print(std::string_view format, FormatArgs args)
+{
+    char small[512];
+    Sink first(small, sizeof small - 1);
+    PrintInto(first, format, args);
+    if (first.Length() < sizeof small) {
+        return {small, first.Length()};
+    }
+    std::string text(first.Length(), '\0');
+    Sink again(text.data(), text.size());
+    PrintInto(again, format, args);
+    return text;
+}
+
+Status PrintTo(char* buffer, std::size_t capacity, std::size_t* length, std::string_view format,
+               FormatArgs args) noexcept
+{
+    std::size_t printed = 0;
+    Status status = ERROR_CAPACITY;
+    if (capacity != 0) {
+        Sink out(buffer, capacity - 1);
+        PrintInto(out, format, args);
+        if (out.Length() < capacity) {
+            printed = out.Length();
+            status = OK;
+        }
+        buffer[printed] = '\0';
+    }
+    if (length != nullptr) {
+        *length = printed;
+    }
+    return status;
+}
+
+Status FormatNumber(std::int32_t value, char* buffer, std::size_t capacity) noexcept
+{
+    return FormatInto(buffer, capacity, value);
+}
+
+Status FormatNumber(std::uint32_t value, char* buffer, std::size_t capacity) noexcept
+{
+    return FormatInto(buffer, capacity, value);
+}
+
+Status FormatNumber(std::int64_t value, char* buffer, std::size_t capacity) noexcept
+{
+    return FormatInto(buffer, capacity, value);
+}
+
+Status FormatNumber(std::uint64_t value, char* buffer, std::size_t capacity) noexcept
+{
+    return FormatInto(buffer, capacity, value);
+}
+
+Status FormatNumber(double value, char* buffer, std::size_t capacity) noexcept
+{
+    return FormatInto(buffer, capacity, value);
 }
 
 }  // namespace Nucleo

@@ -40,6 +40,11 @@ Status Stream::Reserve(std::uint64_t /*size*/)
     return OK;
 }
 
+Status Stream::Flush()
+{
+    return OK;
+}
+
 Status ReadExactly(Stream& stream, void* buffer, std::size_t size)
 {
     std::size_t count = 0;

@@ -4,7 +4,9 @@
 #include <array>
 #include <charconv>
 #include <cstdint>
+#include <cstring>
 #include <iterator>
+#include <new>
 #include <pugixml.hpp>
 #include <utility>
 
@@ -270,6 +272,16 @@ private:
     bool rootSeen_ = false;
 };
 
+/// Levels of elements down to `node`, itself included.
+std::size_t Depth(pugi::xml_node node)
+{
+    std::size_t depth = 0;
+    for (; node.type() == pugi::node_element; node = node.parent()) {
+        ++depth;
+    }
+    return depth;
+}
+
 /// Collects the library's output. A carriage return goes out as a reference, because parsing turns a plain one into a
 /// line feed.
 struct TextWriter : pugi::xml_writer
@@ -364,11 +376,7 @@ std::vector<XmlNode> XmlDocument::Children(XmlNode parent) const
 
 XmlNode XmlDocument::AddChild(XmlNode parent, std::string_view name)
 {
-    std::size_t depth = 0;
-    for (pugi::xml_node node = Content::Of(parent); node.type() == pugi::node_element; node = node.parent()) {
-        ++depth;
-    }
-    return depth == MaxDepth ? XmlNode() : Content::Add(Content::Of(parent), name);
+    return Depth(Content::Of(parent)) == MaxDepth ? XmlNode() : Content::Add(Content::Of(parent), name);
 }
 
 std::string XmlDocument::Text(XmlNode node) const
@@ -391,6 +399,52 @@ Status XmlDocument::SetText(XmlNode node, std::string_view text)
     const std::string cleaned = Cleaned(text);
     element.remove_children();
     return cleaned.empty() || element.append_child(pugi::node_pcdata).set_value(cleaned.c_str()) ? OK : ERROR_MEMORY;
+}
+
+Status XmlDocument::ChildText(XmlNode parent, std::string_view name, char* text, std::size_t capacity) const noexcept
+{
+    if (capacity != 0) {
+        *text = '\0';
+    }
+    const XmlNode child = Child(parent, name);
+    if (!child) {
+        return ERROR_NOT_FOUND;
+    }
+    std::size_t length = 0;
+    for (const pugi::xml_node piece : Content::Of(child)) {
+        if (piece.type() == pugi::node_pcdata || piece.type() == pugi::node_cdata) {
+            length += std::strlen(piece.value());
+        }
+    }
+    if (length >= capacity) {
+        return ERROR_CAPACITY;
+    }
+    for (const pugi::xml_node piece : Content::Of(child)) {
+        if (piece.type() == pugi::node_pcdata || piece.type() == pugi::node_cdata) {
+            text = std::copy_n(piece.value(), std::strlen(piece.value()), text);
+        }
+    }
+    *text = '\0';
+    return OK;
+}
+
+Status XmlDocument::SetChildText(XmlNode parent, std::string_view name, std::string_view text) noexcept
+{
+    try {
+        if (!parent || !IsName(name)) {
+            return ERROR_PARAMETER;
+        }
+        XmlNode child = Child(parent, name);
+        if (!child) {
+            child = AddChild(parent, name);
+        }
+        if (!child) {
+            return Depth(Content::Of(parent)) == MaxDepth ? ERROR_LIMIT : ERROR_MEMORY;
+        }
+        return SetText(child, text);
+    } catch (const std::bad_alloc&) {
+        return ERROR_MEMORY;
+    }
 }
 
 std::optional<std::string> XmlDocument::Attribute(XmlNode node, std::string_view name) const

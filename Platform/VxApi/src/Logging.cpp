@@ -1,5 +1,6 @@
-#include <cstring>
-#include <ctime>
+#include <algorithm>
+#include <exception>
+#include <utility>
 
 #include <Nucleo/Clock.h>
 #include <VxApi/Logging.h>
@@ -9,41 +10,152 @@ namespace Vx::Logging
 namespace
 {
 
-std::string_view SeverityName(std::uint64_t options)
+std::string_view SeverityColumn(std::uint64_t options)
 {
     switch (options & Nucleo::LogOption::SeverityMask) {
         case Nucleo::LogOption::Warning:
-            return "Warning";
+            return " Warning ";
         case Nucleo::LogOption::Error:
-            return "Error";
+            return " Error   ";
         default:
-            return "Info";
+            return " Info    ";
     }
 }
 
-void AppendEscaped(std::string& out, const char* text)
+/// A line that grows.
+struct GrowingLine
 {
-    for (const char* at = text; *at != '\0'; ++at) {
-        const auto byte = static_cast<unsigned char>(*at);
-        if (byte >= 0x20 && byte != 0x7f) {
-            out += *at;
-        } else {
+    std::string text;
+
+    void Add(std::string_view characters) { text += characters; }
+    void AddWhole(std::string_view unit) { text += unit; }
+};
+
+/// A line that ends where its buffer is full.
+class BoundedLine
+{
+public:
+    BoundedLine(char* buffer, std::size_t capacity) : at_(buffer), room_(capacity - 1) { *at_ = '\0'; }
+
+    /// Cut off between two characters when it does not fit.
+    void Add(std::string_view characters)
+    {
+        const bool fits = characters.size() <= room_;
+        AddWhole(fits ? characters : characters.substr(0, CharactersEnd(characters, room_)));
+        room_ = fits ? room_ : 0;
+    }
+
+    /// Left out when it does not fit.
+    void AddWhole(std::string_view unit)
+    {
+        if (unit.size() > room_) {
+            room_ = 0;
+            return;
+        }
+        at_ += unit.copy(at_, unit.size());
+        *at_ = '\0';
+        room_ -= unit.size();
+    }
+
+private:
+    /// The last end of a UTF-8 character at or before `limit`, which is below the length of `text`.
+    static std::size_t CharactersEnd(std::string_view text, std::size_t limit)
+    {
+        const auto byte = [text](std::size_t index) { return static_cast<unsigned char>(text[index]); };
+        std::size_t end = limit;
+        while (end > 0 && limit - end < 3 && (byte(end) & 0xC0U) == 0x80) {
+            --end;
+        }
+        return byte(end) >= 0xC0 ? end : limit;  // Bytes that are no UTF-8 are cut anywhere.
+    }
+
+    char* at_;
+    std::size_t room_;  // Without the NUL.
+};
+
+bool IsControl(char c)
+{
+    const auto byte = static_cast<unsigned char>(c);
+    return byte < 0x20 || byte == 0x7f;
+}
+
+template <class Line>
+void AddEscaped(Line& line, std::string_view text)
+{
+    while (!text.empty()) {
+        const auto plain = static_cast<std::size_t>(std::find_if(text.begin(), text.end(), IsControl) - text.begin());
+        line.Add(text.substr(0, plain));
+        text.remove_prefix(plain);
+        if (!text.empty()) {
             constexpr char digits[] = "0123456789abcdef";
-            out += "\\x";
-            out += digits[byte >> 4];
-            out += digits[byte & 15];
+            const auto byte = static_cast<unsigned char>(text.front());
+            const char escape[] = {'\\', 'x', digits[byte >> 4], digits[byte & 15]};
+            line.AddWhole({escape, sizeof escape});
+            text.remove_prefix(1);
         }
     }
 }
+
+template <class Line>
+void AddLine(Line& line, const char* time, std::uint64_t options, const char* source, const char* text)
+{
+    line.Add(time);
+    line.Add(SeverityColumn(options));
+    if (source != nullptr) {
+        AddEscaped(line, source);
+        line.Add(": ");
+    }
+    AddEscaped(line, text != nullptr ? text : "");
+}
+
+Nucleo::Status FormatTime(std::uint64_t dateTime, char (&time)[32])
+{
+    return Nucleo::DateTime_Format(dateTime, Nucleo::DateTimeStyle::DateAndTime, time, sizeof time);
+}
+
+/// A NUL-ended text: in its own room while it is short, in memory when it is long.
+template <std::size_t Capacity>
+class LineText
+{
+public:
+    void Assign(std::string_view text)
+    {
+        if (text.size() < Capacity) {
+            short_[text.copy(short_, text.size())] = '\0';
+        } else {
+            long_ = text;
+        }
+    }
+
+    void Print(std::string_view format, Nucleo::FormatArgs args)
+    {
+        if (Nucleo::PrintTo(short_, Capacity, nullptr, format, args) != Nucleo::OK) {
+            long_ = Nucleo::Print(format, args);
+        }
+    }
+
+    const char* CStr() const { return long_.empty() ? short_ : long_.c_str(); }
+
+private:
+    char short_[Capacity];
+    std::string long_;
+};
 
 }  // namespace
 
 void Write(std::uint64_t options, std::string_view source, std::string_view format, Nucleo::FormatArgs args) noexcept
 {
     try {
-        const std::string name(source);
-        const std::string text = args.slots.empty() ? std::string(format) : Nucleo::Print(format, args);
-        Nucleo::Log_Write({options, Nucleo::UpTime_Now(), Nucleo::DateTime_Now(), name.c_str(), text.c_str()});
+        LineText<128> name;
+        name.Assign(source);
+        LineText<512> text;
+        if (args.slots.empty()) {
+            text.Assign(format);
+        } else {
+            text.Print(format, args);
+        }
+        const Nucleo::ClockReading now = Nucleo::Clock_Read();
+        Nucleo::Log_Write({options, Nucleo::UpTime_At(now.timer), now.dateTime, name.CStr(), text.CStr()});
     } catch (const std::exception&) {
         // Out of memory: a line is lost, which is better than a failing caller.
     }
@@ -83,20 +195,27 @@ bool StripPositionalParameters(const char* format, char* buffer, std::size_t cap
     return true;
 }
 
-std::string FormatLogBuffer(const Nucleo::LogArgs& record)
+std::string FormatLogLine(std::uint64_t dateTime, std::uint64_t options, const char* source, const char* text)
 {
-    const auto seconds = static_cast<std::time_t>(record.dateTime / 1'000'000);
-    std::tm parts{};
-    gmtime_r(&seconds, &parts);
-    char time[40];
-    const std::size_t length = std::strftime(time, sizeof time, "%Y-%m-%d %H:%M:%S", &parts);
-    std::string line(time, length);
-    line += Nucleo::Print(".%03u %-7s ", Nucleo::MakeFormatArgs(record.dateTime / 1'000 % 1'000,
-                                                                std::string(SeverityName(record.options))));
-    AppendEscaped(line, record.source != nullptr ? record.source : "");
-    line += ": ";
-    AppendEscaped(line, record.message != nullptr ? record.message : "");
-    return line;
+    char time[32];
+    GrowingLine line;
+    AddLine(line, FormatTime(dateTime, time) == Nucleo::OK ? time : "(?)", options, source, text);
+    return std::move(line.text);
+}
+
+Nucleo::Status FormatLogBuffer(std::uint64_t dateTime, std::uint64_t options, const char* source, const char* text,
+                               char* buffer, std::size_t capacity) noexcept
+{
+    if (capacity == 0) {
+        return Nucleo::ERROR_PARAMETER;
+    }
+    BoundedLine line(buffer, capacity);
+    char time[32];
+    const Nucleo::Status status = text != nullptr ? FormatTime(dateTime, time) : Nucleo::ERROR_PARAMETER;
+    if (status == Nucleo::OK) {
+        AddLine(line, time, options, source, text);
+    }
+    return status;
 }
 
 }  // namespace Vx::Logging

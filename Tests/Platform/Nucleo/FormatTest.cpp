@@ -1,9 +1,17 @@
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <iterator>
+
 #include <gtest/gtest.h>
 
 #include <Nucleo/Format.h>
 
 namespace
 {
+
+using namespace Nucleo::Statuses;
 
 template <class... Args>
 std::string Printed(const char* format, const Args&... args)
@@ -48,6 +56,62 @@ TEST(FormatTest, ASpecifierThatDoesNotFitItsArgumentPrintsAPlaceholder)
     EXPECT_EQ(Printed("open %", 1), "open (?)");
     EXPECT_EQ(Printed("%99999999999d", 1), "(?)");
     EXPECT_EQ(Printed("%s", "%s%n"), "%s%n");
+    // Neither time nor memory for a width out of all reason.
+    EXPECT_EQ(Printed("%1000000000d %.1000000000f", 1, 2.0), "(?) (?)");
+}
+
+// What does not go through the C library must be what it prints.
+TEST(FormatTest, PlainNumbersAreThoseOfTheCLibrary)
+{
+    for (const double value : {0.0, -0.0, 0.1, 0.5, 2.5, 1.0 / 3, -123456.5, 999999.5, 1e-5, 1e15, 1e22, 5e-324, 1e308,
+                               static_cast<double>(INFINITY), -static_cast<double>(INFINITY), std::nan("")}) {
+        char expected[1024];
+        std::snprintf(expected, sizeof expected, "%f %e %g", value, value, value);
+        EXPECT_EQ(Printed("%f %e %g", value, value, value), expected);
+    }
+    EXPECT_EQ(Printed("%d %lld %x %o", INT32_MIN, INT64_MIN, UINT32_MAX, 0),
+              "-2147483648 -9223372036854775808 ffffffff 0");
+}
+
+TEST(FormatTest, PrintsIntoABufferWhatFitsWhole)
+{
+    const std::string whole = Printed("%s: %d of %5.1f", "abc", -42, 7.25);
+    char buffer[64];
+    for (std::size_t capacity = 0; capacity < sizeof buffer; ++capacity) {
+        std::memset(buffer, '#', sizeof buffer);
+        std::size_t length = 99;
+        const bool fits = capacity > whole.size();
+        EXPECT_EQ(
+            Nucleo::PrintTo(buffer, capacity, &length, "%s: %d of %5.1f", Nucleo::MakeFormatArgs("abc", -42, 7.25)),
+            fits ? OK : ERROR_CAPACITY);
+        EXPECT_EQ(length, fits ? whole.size() : 0);
+        if (capacity > 0) {
+            EXPECT_EQ(std::string(buffer), fits ? whole : "");
+        }
+        EXPECT_EQ(std::count(buffer + capacity, std::end(buffer), '#'), std::end(buffer) - (buffer + capacity));
+    }
+}
+
+template <class T>
+void ExpectFormatted(T value, const std::string& expected)
+{
+    char buffer[32];
+    EXPECT_EQ(Nucleo::FormatNumber(value, buffer, expected.size() + 1), OK);
+    EXPECT_EQ(buffer, expected);
+    EXPECT_EQ(Nucleo::FormatNumber(value, buffer, expected.size()), ERROR_CAPACITY);
+    EXPECT_EQ(buffer[0], '\0');
+    EXPECT_EQ(Nucleo::FormatNumber(value, nullptr, 0), ERROR_CAPACITY);
+}
+
+TEST(FormatTest, FormatsNumbers)
+{
+    ExpectFormatted(INT32_MIN, "-2147483648");
+    ExpectFormatted(UINT32_MAX, "4294967295");
+    ExpectFormatted(INT64_MIN, "-9223372036854775808");
+    ExpectFormatted(UINT64_MAX, "18446744073709551615");
+    ExpectFormatted(0.1, "0.1");
+    ExpectFormatted(1e20, "1e+20");
+    ExpectFormatted(static_cast<double>(INFINITY), "inf");
 }
 
 }  // namespace

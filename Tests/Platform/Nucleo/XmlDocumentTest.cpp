@@ -166,6 +166,32 @@ TEST(XmlDocument, WhatIsSetComesBackOrIsReplaced)
     }
 }
 
+TEST(XmlDocument, TextsOfChildrenGoThroughBoundedBuffers)
+{
+    XmlDocument document;
+    ASSERT_EQ(document.Parse("<r><c>12<!-- --><![CDATA[3]]><d/>4</c><c>other</c></r>"), OK);
+    char text[8] = "before";
+    EXPECT_EQ(document.ChildText(document.Root(), "c", text, 5), OK);
+    EXPECT_STREQ(text, "1234");
+    EXPECT_EQ(document.ChildText(document.Root(), "c", text, 4), ERROR_CAPACITY);
+    EXPECT_STREQ(text, "");
+    EXPECT_EQ(document.ChildText(document.Root(), "c", nullptr, 0), ERROR_CAPACITY);
+    EXPECT_EQ(document.ChildText(document.Root(), "d", text, 5), ERROR_NOT_FOUND);
+    EXPECT_EQ(document.ChildText({}, "c", text, 5), ERROR_NOT_FOUND);
+
+    EXPECT_EQ(document.SetChildText(document.Root(), "c", "<5>"), OK);
+    EXPECT_EQ(document.SetChildText(document.Root(), "e", "6"), OK);
+    EXPECT_THAT(document.ToText(), testing::HasSubstr("<c>&lt;5&gt;</c>"));
+    EXPECT_THAT(document.ToText(), testing::HasSubstr("<c>other</c>"));
+    EXPECT_EQ(document.ChildText(document.Root(), "e", text, 2), OK);
+    EXPECT_STREQ(text, "6");
+    XmlNode deepest = document.Root();
+    for (std::size_t level = 1; level < XmlDocument::MaxDepth; ++level) {
+        deepest = document.AddChild(deepest, "n");
+    }
+    EXPECT_EQ(document.SetChildText(deepest, "n", "x"), ERROR_LIMIT);
+}
+
 TEST(XmlDocument, WritesDeclarationAndIndentation)
 {
     XmlDocument document;
@@ -189,6 +215,7 @@ TEST(XmlDocument, NamesAreCheckedAndNullNodesAreHarmless)
         const XmlNode root = document.CreateRoot("r");
         EXPECT_FALSE(document.AddChild(root, name)) << name;
         EXPECT_EQ(document.SetAttribute(root, name, "x"), ERROR_PARAMETER) << name;
+        EXPECT_EQ(document.SetChildText(root, name, "x"), ERROR_PARAMETER) << name;
         EXPECT_EQ(document.ToText().find("<r />"), 39u);
     }
     EXPECT_TRUE(document.AddChild(document.Root(), "_\xC3\xA4:-.9"));
@@ -199,6 +226,7 @@ TEST(XmlDocument, NamesAreCheckedAndNullNodesAreHarmless)
     EXPECT_FALSE(document.AddChild(none, "a"));
     EXPECT_EQ(document.Attribute(none, "a"), std::nullopt);
     EXPECT_EQ(document.SetText(none, "a"), ERROR_PARAMETER);
+    EXPECT_EQ(document.SetChildText(none, "a", "b"), ERROR_PARAMETER);
     EXPECT_EQ(document.SetAttribute(none, "a", "b"), ERROR_PARAMETER);
 }
 

@@ -1,5 +1,4 @@
-#include <condition_variable>
-#include <mutex>
+#include <future>
 #include <thread>
 
 #include <gmock/gmock.h>
@@ -89,39 +88,27 @@ TEST(AsyncTimerTest, AThrowingCallbackIsLoggedAndCountedAndTheTimerGoesOn)
 
 TEST(AsyncTimerTest, DestructionWaitsForACallbackOnTheTimerThread)
 {
-    std::mutex mutex;
-    std::condition_variable changed;
-    bool entered = false;
+    std::promise<void> entered;
     std::atomic<bool> left{false};
     auto timer = std::make_unique<Vx::AsyncTimer>("slow", [&] {
-        {
-            const std::lock_guard guard(mutex);
-            entered = true;
-            changed.notify_all();
-        }
+        entered.set_value();
         std::this_thread::sleep_for(20ms);
         left = true;
     });
     timer->Start(0us);
-    {
-        std::unique_lock guard(mutex);
-        ASSERT_TRUE(changed.wait_for(guard, 30s, [&] { return entered; }));
-    }
+    ASSERT_EQ(entered.get_future().wait_for(30s), std::future_status::ready);
     timer.reset();
     EXPECT_TRUE(left);
 
     // From inside its own callback a timer can be restarted and destroyed without waiting for itself.
-    std::atomic<bool> done{false};
+    std::promise<void> done;
     auto self = std::make_shared<std::unique_ptr<Vx::AsyncTimer>>();
     *self = std::make_unique<Vx::AsyncTimer>("self", [&done, self] {
         self->reset();
-        done = true;
+        done.set_value();
     });
     (*self)->Start(0us);
-    for (int i = 0; i < 30'000 && !done; ++i) {
-        std::this_thread::sleep_for(1ms);
-    }
-    EXPECT_TRUE(done);
+    EXPECT_EQ(done.get_future().wait_for(30s), std::future_status::ready);
 }
 
 }  // namespace

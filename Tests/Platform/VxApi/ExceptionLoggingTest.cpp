@@ -97,8 +97,53 @@ TEST(LoggingTest, APositionalMarkerIsRemovedAndALineCannotBeForged)
     EXPECT_FALSE(Vx::Logging::StripPositionalParameters("0123456", buffer, 7));
     EXPECT_TRUE(Vx::Logging::StripPositionalParameters("012345", buffer, 7));
 
-    const Nucleo::LogArgs record{Nucleo::LogOption::Error, 0, 1'700'000'000'123'456, "Jobs", "a\nb\x1b[0m"};
-    EXPECT_EQ(Vx::Logging::FormatLogBuffer(record), "2023-11-14 22:13:20.123 Error   Jobs: a\\x0ab\\x1b[0m");
+    EXPECT_EQ(Vx::Logging::FormatLogLine(1'700'000'000'123'456, Nucleo::LogOption::Error, "Jobs", "a\nb\x1b[0m"),
+              "2023-11-14 22:13:20.123 Error   Jobs: a\\x0ab\\x1b[0m");
+}
+
+// Every room from one byte on: what is shown is as many whole characters and whole escapes as fit.
+TEST(LoggingTest, ABoundedLineIsCutBetweenCharacters)
+{
+    constexpr std::uint64_t noon = 1'795'262'400'250'000;
+    const std::string source = "\x80\x80\x80\x80\xff";  // No UTF-8: cut anywhere.
+    const char* const text = "a\n\u00e9\x7f\u20ac\U0001f600z";
+    const std::string line = "2026-11-21 12:00:00.250 Warning " + source + ": a\\x0a\u00e9\\x7f\u20ac\U0001f600z";
+    const std::size_t shownWhole = line.size() - 19;
+    const std::size_t cuts[] = {0, 1, 5, 7, 11, 14, 18, 19};  // Behind which the line may end then.
+    EXPECT_EQ(Vx::Logging::FormatLogLine(noon, 1, source.c_str(), text), line);
+    for (std::size_t capacity = 1; capacity < line.size() + 3; ++capacity) {
+        std::size_t expected = std::min(capacity - 1, shownWhole);
+        for (const std::size_t cut : cuts) {
+            expected = shownWhole + cut < capacity ? shownWhole + cut : expected;
+        }
+        std::string buffer(capacity, '#');
+        EXPECT_EQ(Vx::Logging::FormatLogBuffer(noon, 1, source.c_str(), text, buffer.data(), capacity), OK);
+        EXPECT_STREQ(buffer.c_str(), line.substr(0, expected).c_str());
+    }
+    char buffer[64] = "#";
+    EXPECT_EQ(Vx::Logging::FormatLogBuffer(0, 2, nullptr, "x", buffer, sizeof buffer), OK);
+    EXPECT_STREQ(buffer, "1970-01-01 00:00:00.000 Error   x");
+    EXPECT_EQ(Vx::Logging::FormatLogBuffer(~0ULL, 0, "a", "x", buffer, sizeof buffer), ERROR_PARAMETER);
+    EXPECT_STREQ(buffer, "");
+    EXPECT_EQ(Vx::Logging::FormatLogBuffer(0, 0, "a", nullptr, buffer, sizeof buffer), ERROR_PARAMETER);
+    EXPECT_EQ(Vx::Logging::FormatLogBuffer(0, 0, "a", "x", nullptr, 0), ERROR_PARAMETER);
+    EXPECT_EQ(Vx::Logging::FormatLogLine(~0ULL, 0, nullptr, nullptr), "(?) Info    ");
+}
+
+// Around the sizes up to which a line takes no memory.
+TEST(LoggingTest, TextsAndSourcesOfAnyLengthArriveWhole)
+{
+    for (const std::size_t length : {0U, 127U, 128U, 511U, 512U, 5000U}) {
+        const std::string text(length, 't');
+        VxTestSupport::ScopedLogCapture log;
+        Vx::Logging::Tagged(Vx::Logging::Level::Info, text, text);
+        Vx::Logging::Tagged(Vx::Logging::Level::Info, text, "%s", text);
+        ASSERT_EQ(log.Lines().size(), 2U);
+        for (const auto& line : log.Lines()) {
+            EXPECT_EQ(line.source, text);
+            EXPECT_EQ(line.text, text);
+        }
+    }
 }
 
 TEST(LoggingTest, RecordsCarryTheirSourceAndPublicMark)

@@ -5,10 +5,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <VxApi/Exception.h>
 #include <VxApi/JsonSerializer.h>
 #include <VxApi/Params.h>
 #include <VxTestSupport/LogCapture.h>
+
+#include "Refusal.h"
 
 namespace Vx::Params
 {
@@ -16,19 +17,6 @@ namespace
 {
 
 using nlohmann::json;
-
-/// The message with which `call` is refused; empty when it is not.
-template <class F>
-std::string Refusal(const F& call)
-{
-    try {
-        call();
-    } catch (const Exception& error) {
-        EXPECT_EQ(error.Status(), Nucleo::ERROR_PARAMETER) << error.what();
-        return error.Message();
-    }
-    return {};
-}
 
 struct Acquisition : Group
 {
@@ -54,9 +42,6 @@ TEST(Params, TheSchemaTellsWhatAClientMaySet)
         "enabled": {"type": "boolean", "title": "enabled", "sortOrder": 300},
         "frames": {"type": "integer", "title": "frames", "sortOrder": 400, "readOnly": true},
         "mask": {"type": "binary", "title": "mask", "sortOrder": 500, "maxLength": 2}}})"));
-    const json bare = Group().Schema();
-    EXPECT_EQ(bare["title"], "");
-    EXPECT_EQ(bare["extendedType"], "");
 }
 
 // Every way into a field has the same bounds, logs the same line and keeps the old value.
@@ -80,28 +65,23 @@ TEST(Params, BoundsHoldOnEveryWay)
     for (const Case& item : cases) {
         Acquisition group;
         const json before = group.ToJson();
-        const auto set = [&](const json& value) {
-            if (item.field == std::string("exposure")) {
-                group.exposure.Set(value);
-            } else if (item.field == std::string("gain")) {
-                group.gain.Fill(value);
-            } else {
-                Update(group, {{item.field, value}}, {.includeReadOnly = true});
-            }
-        };
         VxTestSupport::ScopedLogCapture log;
-        EXPECT_EQ(Refusal([&] { set(item.bad); }), item.message);
-        EXPECT_EQ(Refusal([&] { Update(group, {{"enabled", true}, {item.field, item.bad}}); }), item.message);
+        for (const bool owner : {false, true}) {
+            const json document = {{"enabled", true}, {item.field, item.bad}};
+            EXPECT_EQ(Refusal([&] { Update(group, document, {.includeReadOnly = owner}); }), item.message);
+        }
         EXPECT_EQ(group.ToJson(), before);
         const std::string line = "W " + std::string(item.message);
         EXPECT_THAT(log.Texts("Params validation"), testing::ElementsAre(line, line));
         log.Clear();
-        set(item.good);
+        Update(group, {{item.field, item.good}});
         EXPECT_EQ(group.ToJson()[item.field], item.good);
         EXPECT_THAT(log.Lines(), testing::IsEmpty());
     }
     Acquisition group;
     EXPECT_EQ(Refusal([&] { group.exposure.Set(std::nan("")); }), "exposure was set to be not a finite number.");
+    EXPECT_EQ(Refusal([&] { group.exposure.Set(4); }), "exposure was set to be less than its minimum.");
+    EXPECT_EQ(Refusal([&] { group.exposure.Fill(4); }), "exposure was set to be less than its minimum.");
     EXPECT_EQ(group.exposure.Get(), 100);
     EXPECT_EQ(Refusal([&] { Value<int>(group, "wrong", {.minimum = 1}); }),
               "wrong was set to be less than its minimum.");
@@ -144,23 +124,6 @@ TEST(Params, ReadOnlyFieldsAreFilledByTheirOwnerAlone)
     EXPECT_EQ(group.frames.Get(), 8u);
 }
 
-TEST(Params, AnUpdateSetsAllOrNothing)
-{
-    Acquisition group;
-    Update(group, json::parse(R"({"gain": 5, "name": "xyz"})"));
-    const json changed = NodeToJson(group);
-    EXPECT_EQ(changed["gain"], 5);
-    EXPECT_EQ(changed["name"], "xyz");
-    EXPECT_EQ(changed["exposure"], 100);
-    // Members are visited by name: the one that fails comes first, in the middle and last.
-    for (const char* bad : {"aaa", "gain", "zzz"}) {
-        json document = json::parse(R"({"enabled": true, "exposure": 7, "name": "ok"})");
-        document[bad] = "bad";
-        EXPECT_NE(Refusal([&] { Update(group, document); }), "") << bad;
-        EXPECT_EQ(NodeToJson(group), changed);
-    }
-}
-
 TEST(Params, AGroupIsSavedAsTextAndLoadedBack)
 {
     Acquisition saved;
@@ -181,8 +144,6 @@ TEST(Params, AGroupIsSavedAsTextAndLoadedBack)
     other["exposure"] = 50;
     Acquisition lenient;
     const VxTestSupport::ScopedLogCapture log;
-    EXPECT_NE(Refusal([&] { Update(lenient, other, {.includeReadOnly = true}); }), "");
-    EXPECT_EQ(NodeToJson(lenient), NodeToJson(Acquisition()));
     Update(lenient, other, {.includeReadOnly = true, .lenient = true});
     EXPECT_EQ(lenient.exposure.Get(), 50);
     EXPECT_EQ(lenient.gain.Get(), 1);

@@ -6,9 +6,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <VxApi/Exception.h>
 #include <VxApi/JsonSerializer.h>
 #include <VxApi/Properties.h>
+
+#include "Refusal.h"
 
 namespace
 {
@@ -34,19 +35,6 @@ namespace
 {
 
 using nlohmann::json;
-
-/// The message with which `call` is refused; empty when it is not.
-template <class F>
-std::string Refusal(const F& call, Nucleo::Status status = Nucleo::ERROR_PARAMETER)
-{
-    try {
-        call();
-    } catch (const Exception& error) {
-        EXPECT_EQ(error.Status(), status) << error.what();
-        return error.Message();
-    }
-    return {};
-}
 
 struct Entry : Structure
 {
@@ -91,59 +79,39 @@ TEST(Properties, AStructureIsShownWithItsSchema)
 
 TEST(Properties, NumbersComeBackOrAreRefused)
 {
-    struct Case
-    {
-        const char* field;
-        json value;
-        bool taken;
-    };
     constexpr double infinity = std::numeric_limits<double>::infinity();
     constexpr std::int64_t lowest = std::numeric_limits<std::int64_t>::min();
-    const std::vector<Case> cases = {{"i32", 2147483647, true},
-                                     {"i32", 2147483648, false},
-                                     {"i32", -2147483648LL, true},
-                                     {"i32", -2147483649LL, false},
-                                     {"i32", 7.0, true},
-                                     {"i32", 7.5, false},
-                                     {"i32", -2147483649.0, false},
-                                     {"i32", 1e300, false},
-                                     {"i32", std::nan(""), false},
-                                     {"i32", infinity, false},
-                                     {"i32", std::numeric_limits<std::uint64_t>::max(), false},
-                                     {"u32", 4294967295U, true},
-                                     {"u32", 4294967296, false},
-                                     {"u32", -1, false},
-                                     {"u32", -1.0, false},
-                                     {"u32", -0.0, true},
-                                     {"i64", lowest, true},
-                                     {"i64", 0x1p63, false},
-                                     {"i64", -0x1p63, true},
-                                     {"i64", 9223372036854775808U, false},
-                                     {"u64", std::numeric_limits<std::uint64_t>::max(), true},
-                                     {"u64", 0x1p64, false},
-                                     {"u64", 0x1p63, true},
-                                     {"u64", lowest, false},
-                                     {"u64", -infinity, false},
-                                     {"f32", 3, true},
-                                     {"f32", -3.0e38, true},
-                                     {"f32", 3.5e38, false},
-                                     {"f32", -infinity, false},
-                                     {"f32", 0.1f, true},
-                                     {"f64", 1.7e308, true},
-                                     {"f64", infinity, false},
-                                     {"f64", std::nan(""), false}};
-    for (const Case& item : cases) {
-        Numbers numbers;
-        const json before = numbers.ToJson();
-        const std::string refusal = Refusal([&] { Update(numbers, {{item.field, item.value}}); });
-        if (item.taken) {
-            EXPECT_EQ(refusal, "");
-            const auto shown = numbers.ToJson()[item.field];
-            EXPECT_EQ(shown.get<float>(), item.value.get<float>()) << item.field << item.value;
-            EXPECT_TRUE(shown == item.value || item.field == std::string("f32")) << shown << item.value;
-        } else {
-            EXPECT_THAT(refusal, testing::StartsWith(std::string(item.field) + " must be a")) << item.value;
-            EXPECT_EQ(numbers.ToJson(), before);
+    constexpr std::uint64_t highest = std::numeric_limits<std::uint64_t>::max();
+    const struct
+    {
+        const char* field;
+        std::vector<json> taken;
+        std::vector<json> refused;
+    } cases[] = {
+        {"i32",
+         {2147483647, -2147483648LL, 7.0},
+         {2147483648, -2147483649LL, 7.5, -2147483649.0, 1e300, std::nan(""), infinity, highest}},
+        {"u32", {4294967295U, -0.0}, {4294967296, -1, -1.0}},
+        {"i64", {lowest, -0x1p63}, {0x1p63, 9223372036854775808U}},
+        {"u64", {highest, 0x1p63}, {0x1p64, lowest, -infinity}},
+        {"f32", {3, -3.0e38, 0.1f}, {3.5e38, -infinity}},
+        {"f64", {1.7e308}, {infinity, std::nan("")}},
+    };
+    for (const auto& [field, taken, refused] : cases) {
+        for (const json& value : taken) {
+            Numbers numbers;
+            Update(numbers, {{field, value}});
+            const auto shown = numbers.ToJson()[field];
+            EXPECT_EQ(shown.get<float>(), value.get<float>()) << field << value;
+            EXPECT_TRUE(shown == value || field == std::string("f32")) << shown << value;
+        }
+        for (const json& value : refused) {
+            Numbers numbers;
+            const json document = {{field, value}};
+            EXPECT_THAT(Refusal([&] { Update(numbers, document); }),
+                        testing::StartsWith(std::string(field) + " must be a"))
+                << value;
+            EXPECT_EQ(numbers.ToJson(), Numbers().ToJson());
         }
     }
     Numbers numbers;
@@ -236,7 +204,6 @@ TEST(Properties, BinaryDataTravelsAsBytesOrAsBase64)
     const Bytes bytes = {0, 255, 'a'};
     const json ciphered = JsonSerializer::CipherBinaryJson(bytes);
     EXPECT_EQ(JsonSerializer::DecipherBinaryJson(ciphered), bytes);
-    EXPECT_EQ(JsonSerializer::DecipherBinaryJson(json::from_cbor(json::to_cbor(ciphered))), bytes);
 
     Page page;
     Update(page, {{"content", ciphered}});

@@ -15,6 +15,8 @@
 #include <string_view>
 #include <type_traits>
 
+#include <Nucleo/Status.h>
+
 namespace Nucleo
 {
 
@@ -86,9 +88,32 @@ FormatArgsStorage<sizeof...(Args)> MakeFormatArgs(const Args&... args)
     return {{Detail::SlotOf<std::decay_t<const Args&>>(args)...}, {Detail::KindOf<std::decay_t<const Args&>>()...}};
 }
 
+/// A place in an argument list: the reader of the next slot.
+struct ArgCursor
+{
+    FormatArgs args;
+    std::size_t next = 0;
+};
+
 /// Prints `format` with `args`. Each specifier takes the next slot, whatever its positional marker ("%2$s") says;
-/// a specifier without a slot left, or one whose slot is of another kind, prints "(?)"; "%%" prints "%". The length
-/// modifier decides how many bits of an integer are shown ("%d" shows the low 32). Never fails but for memory.
+/// a specifier without a slot left, one whose slot is of another kind, or one with a width or precision above 2^20
+/// prints "(?)"; "%%" prints "%". The length modifier decides how many bits of an integer are shown ("%d" shows the low
+/// 32). Never fails but for memory.
 std::string Print(std::string_view format, FormatArgs args);
+
+/// The same into `capacity` bytes, NUL-ended, without taking memory (but for what the C library may take and give back
+/// for a width or precision of many hundreds); `*length` (may be null) is the text's length. A text that does not fit
+/// is ERROR_CAPACITY, and the buffer then holds an empty text (when it has any room).
+Status PrintTo(char* buffer, std::size_t capacity, std::size_t* length, std::string_view format,
+               FormatArgs args) noexcept;
+
+/// The runtime's number formatters: decimal integers, and floating-point numbers in the shortest form that reads back
+/// as the same number ("0.1", "1e+20", "inf", "nan"). NUL-ended; ERROR_CAPACITY, and an empty text, when it does not
+/// fit.
+Status FormatNumber(std::int32_t value, char* buffer, std::size_t capacity) noexcept;
+Status FormatNumber(std::uint32_t value, char* buffer, std::size_t capacity) noexcept;
+Status FormatNumber(std::int64_t value, char* buffer, std::size_t capacity) noexcept;
+Status FormatNumber(std::uint64_t value, char* buffer, std::size_t capacity) noexcept;
+Status FormatNumber(double value, char* buffer, std::size_t capacity) noexcept;
 
 }  // namespace Nucleo

@@ -36,6 +36,9 @@ public:
     /// then.
     virtual Status Reserve(std::uint64_t size);
 
+    /// What was written is where it belongs when it returns. OK for streams that keep nothing back.
+    virtual Status Flush();
+
 protected:
     Stream() = default;
 };

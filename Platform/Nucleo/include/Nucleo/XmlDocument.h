@@ -81,6 +81,16 @@ public:
     /// when there is none, and the element is empty then.
     Status SetText(XmlNode node, std::string_view text);
 
+    /// Copies the text of the first child element of that name NUL-ended into `capacity` bytes. ERROR_NOT_FOUND when
+    /// there is no such child; ERROR_CAPACITY when its text and the NUL do not fit. The buffer then holds an empty text
+    /// (when it has any room).
+    Status ChildText(XmlNode parent, std::string_view name, char* text, std::size_t capacity) const noexcept;
+
+    /// Replaces the content of the first child element of that name, which is added where missing, by `text`.
+    /// ERROR_PARAMETER when `parent` is null or `name` is not an XML name, ERROR_LIMIT when the child would be deeper
+    /// than MaxDepth, ERROR_MEMORY when there is none.
+    Status SetChildText(XmlNode parent, std::string_view name, std::string_view text) noexcept;
+
     /// The value of an attribute; nothing when the element does not have it.
     std::optional<std::string> Attribute(XmlNode node, std::string_view name) const;
 

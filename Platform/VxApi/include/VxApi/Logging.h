@@ -51,9 +51,16 @@ void Public(Level level, std::string_view category, std::string_view format, con
 /// NUL do not fit into `capacity` bytes.
 bool StripPositionalParameters(const char* format, char* buffer, std::size_t capacity) noexcept;
 
-/// One display line for a record: UTC date and time to the millisecond, severity, source, text. Control bytes are shown
-/// as \xNN, so that a text cannot forge a line of its own. No line end.
-std::string FormatLogBuffer(const Nucleo::LogArgs& record);
+/// One display line: UTC date and time to the millisecond, severity (of `options`), source, text. Control bytes are
+/// shown as \xNN, so that a text cannot forge a line of its own; a time beyond the year 9999 as "(?)". No line end.
+/// A null `source` is left out with its colon; `text` may be null.
+std::string FormatLogLine(std::uint64_t dateTime, std::uint64_t options, const char* source, const char* text);
+
+/// The same NUL-ended into `capacity` bytes, without taking memory; what does not fit is cut off, never inside a
+/// character. ERROR_PARAMETER for a capacity of 0, a null text or a time beyond the year 9999; the buffer then holds an
+/// empty text (when it has any room).
+Nucleo::Status FormatLogBuffer(std::uint64_t dateTime, std::uint64_t options, const char* source, const char* text,
+                               char* buffer, std::size_t capacity) noexcept;
 
 }  // namespace Vx::Logging
 

@@ -1,0 +1,277 @@
+#include <bit>
+#include <utility>
+
+#include <Nucleo/HeapAllocator.h>
+
+#if defined(__SANITIZE_ADDRESS__)
+#define NUCLEO_ASAN
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define NUCLEO_ASAN
+#endif
+#endif
+#ifdef NUCLEO_ASAN
+#include <sanitizer/asan_interface.h>
+#endif
+
+namespace Nucleo
+{
+namespace
+{
+
+constexpr std::uint32_t usedBit = 1;
+
+// The address sanitizer sees the whole region as one piece of memory. These tell it which bytes of it nobody may touch,
+// so that the use of a freed block and writing past the end of one are found.
+#ifdef NUCLEO_ASAN
+void Forbid(const void* memory, std::size_t size) noexcept
+{
+    __asan_poison_memory_region(memory, size);
+}
+void Permit(const void* memory, std::size_t size) noexcept
+{
+    __asan_unpoison_memory_region(memory, size);
+}
+bool IsForbidden(const void* memory) noexcept
+{
+    return __asan_address_is_poisoned(memory) != 0;
+}
+#else
+constexpr void Forbid(const void*, std::size_t) noexcept {}
+constexpr void Permit(const void*, std::size_t) noexcept {}
+constexpr bool IsForbidden(const void*) noexcept
+{
+    return false;
+}
+#endif
+
+}  // namespace
+
+// Sizes are in bytes and multiples of 16, which leaves the low bit of `size` for the mark of a block in use. The memory
+// that a block offers begins behind the header, where a free block has its links; so the smallest block is 16 bytes
+// long, every remainder is large enough to be a block, and a block takes exactly BlockSize().
+struct HeapAllocator::Block
+{
+    std::uint32_t size;
+    std::uint32_t previousSize;  // Of the block in front; 0 in the first one.
+    // Only in a free block: its neighbours in its list; NoBlock at the ends.
+    std::uint32_t next;
+    std::uint32_t previous;
+
+    void* Memory() noexcept { return &next; }
+    bool IsFree() const noexcept { return (size & usedBit) == 0; }
+};
+
+inline HeapAllocator::Block& HeapAllocator::At(std::uint32_t offset) const noexcept
+{
+    return *reinterpret_cast<Block*>(base_ + offset);
+}
+
+// The list for blocks of `size` bytes: one for each size up to 512, then one for each power of two.
+inline std::uint32_t HeapAllocator::ListOf(std::uint32_t size) noexcept
+{
+    constexpr std::uint32_t exactLists = 32;
+    const auto units = static_cast<std::uint32_t>(size / Alignment);
+    return units <= exactLists ? units - 1 : exactLists + static_cast<std::uint32_t>(std::bit_width(units)) - 6;
+}
+
+inline void HeapAllocator::Link(std::uint32_t offset) noexcept
+{
+    Block& block = At(offset);
+    const std::uint32_t list = ListOf(block.size);
+    block.next = lists_[list];
+    block.previous = NoBlock;
+    if (block.next != NoBlock) {
+        At(block.next).previous = offset;
+    }
+    lists_[list] = offset;
+    filled_ |= std::uint64_t{1} << list;
+}
+
+inline void HeapAllocator::Unlink(std::uint32_t offset) noexcept
+{
+    const Block& block = At(offset);
+    if (block.next != NoBlock) {
+        At(block.next).previous = block.previous;
+    }
+    if (block.previous != NoBlock) {
+        At(block.previous).next = block.next;
+        return;
+    }
+    const std::uint32_t list = ListOf(block.size);
+    lists_[list] = block.next;
+    if (block.next == NoBlock) {
+        filled_ &= ~(std::uint64_t{1} << list);
+    }
+}
+
+// Keeps a free block: the larger one of it and the current one becomes the current one, the other goes to its list.
+inline void HeapAllocator::Keep(std::uint32_t offset) noexcept
+{
+    if (At(current_).size < At(offset).size) {
+        std::swap(current_, offset);
+    }
+    if (offset != end_) {
+        Link(offset);
+    }
+}
+
+inline void HeapAllocator::Detach(std::uint32_t offset) noexcept
+{
+    if (offset == current_) {
+        current_ = end_;
+    } else {
+        Unlink(offset);
+    }
+}
+
+// A free block in the lists of at least `size` bytes, as small as the lists tell; end_ when there is none.
+std::uint32_t HeapAllocator::Find(std::uint32_t size) const noexcept
+{
+    for (std::uint64_t lists = filled_ >> ListOf(size) << ListOf(size); lists != 0; lists &= lists - 1) {
+        std::uint32_t offset = lists_[static_cast<std::size_t>(std::countr_zero(lists))];
+        while (offset != NoBlock && At(offset).size < size) {
+            offset = At(offset).next;
+        }
+        if (offset != NoBlock) {
+            return offset;
+        }
+    }
+    return end_;
+}
+
+Status HeapAllocator::AddRegion(void* memory, std::size_t size)
+{
+    if (base_ != nullptr) {
+        return ERROR_STATE;
+    }
+    // Headers stand right in front of the aligned memory of their blocks; the last one is the sentinel's.
+    const std::uintptr_t address = reinterpret_cast<std::uintptr_t>(memory);
+    const std::size_t skipped = (Alignment + HeaderSize - address % Alignment) % Alignment;
+    if (memory == nullptr || size > LargestRegion || size < skipped + BlockSize(0) + HeaderSize) {
+        return ERROR_PARAMETER;
+    }
+    base_ = static_cast<std::byte*>(memory) + skipped;
+    end_ = static_cast<std::uint32_t>((size - skipped - HeaderSize) / Alignment * Alignment);
+    Clear();
+    return OK;
+}
+
+void HeapAllocator::RemoveRegion() noexcept
+{
+    Permit(base_, end_);
+    base_ = nullptr;
+    end_ = 0;
+    used_ = 0;
+}
+
+void HeapAllocator::SetExhaustedHandler(HeapExhaustedFx handler, void* receiver) noexcept
+{
+    exhausted_ = handler;
+    receiver_ = receiver;
+}
+
+void HeapAllocator::Clear() noexcept
+{
+    used_ = 0;
+    if (base_ == nullptr) {
+        return;
+    }
+    filled_ = 0;
+    lists_.fill(NoBlock);
+    Permit(base_, sizeof(Block));
+    Forbid(base_ + sizeof(Block), end_ - sizeof(Block));
+    current_ = 0;
+    At(0).size = end_;
+    At(0).previousSize = 0;
+    At(end_).size = usedBit;
+    At(end_).previousSize = end_;
+}
+
+// Null when no free block is large enough. Takes the front of a block, so that blocks which are freed in the order in
+// which they were taken join the free block in front of them.
+inline void* HeapAllocator::Take(std::size_t size) noexcept
+{
+    if (size >= end_) {
+        return nullptr;  // Also without a region.
+    }
+    const auto taken = static_cast<std::uint32_t>(BlockSize(size));
+    const std::uint32_t offset = At(current_).size >= taken ? current_ : Find(taken);
+    if (offset == end_) {
+        return nullptr;
+    }
+    Detach(offset);
+    Block& block = At(offset);
+    const std::uint32_t rest = block.size - taken;
+    if (rest != 0) {
+        Block& remainder = At(offset + taken);
+        Permit(&remainder, sizeof(Block));
+        remainder.size = rest;
+        remainder.previousSize = taken;
+        At(offset + taken + rest).previousSize = rest;
+        Keep(offset + taken);
+    }
+    block.size = taken | usedBit;
+    used_ += taken;
+    Forbid(block.Memory(), taken - HeaderSize);
+    Permit(block.Memory(), size);
+    return block.Memory();
+}
+
+Status HeapAllocator::Allocate(std::size_t size, void** memory)
+{
+    *memory = Take(size);
+    while (*memory == nullptr) {
+        if (exhausted_ == nullptr || exhausted_(receiver_) != 1) {
+            return ERROR_MEMORY;
+        }
+        *memory = Take(size);
+    }
+    return OK;
+}
+
+Status HeapAllocator::Free(void* memory)
+{
+    if (memory == nullptr) {
+        return OK;
+    }
+    // An address in front of the region wraps around and is found too large.
+    const std::uintptr_t distance =
+        reinterpret_cast<std::uintptr_t>(memory) - reinterpret_cast<std::uintptr_t>(base_) - HeaderSize;
+    if (distance >= end_ || distance % Alignment != 0) {
+        return ERROR_PARAMETER;
+    }
+    const auto offset = static_cast<std::uint32_t>(distance);
+    Block& block = At(offset);
+    if (IsForbidden(&block) || block.IsFree()) {
+        return ERROR_PARAMETER;
+    }
+    std::uint32_t size = block.size - usedBit;
+    // What lies inside a block is no header: the block behind it hardly ever agrees about the size.
+    if (size == 0 || size % Alignment != 0 || size > end_ - offset || At(offset + size).previousSize != size) {
+        return ERROR_PARAMETER;
+    }
+    used_ -= size;
+    block.size = size;
+    Permit(block.Memory(), sizeof(Block) - HeaderSize);
+    Forbid(&block + 1, size - sizeof(Block));
+
+    std::uint32_t joined = offset;
+    if (Block& next = At(offset + size); next.IsFree()) {
+        Detach(offset + size);
+        size += next.size;
+        Forbid(&next, sizeof(Block));
+    }
+    if (const Block& front = At(offset - block.previousSize); offset != 0 && front.IsFree()) {
+        joined -= block.previousSize;
+        Detach(joined);
+        size += front.size;
+        Forbid(&block, sizeof(Block));
+    }
+    At(joined).size = size;
+    At(joined + size).previousSize = size;
+    Keep(joined);
+    return OK;
+}
+
+}  // namespace Nucleo

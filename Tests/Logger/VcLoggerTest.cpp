@@ -1,0 +1,452 @@
+// The logger: ways in, filters and cycles, formats, XML, many threads.
+
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <new>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <Nucleo/Clock.h>
+#include <VxApi/Logging.h>
+#include <VxCommon/Logger/VcLogger.h>
+#include <VxCommon/Logger/VcUtilsLog.h>
+#include <VxRest/HttpServer.h>
+#include <VxTestSupport/FailingAllocator.h>
+#include <VxTestSupport/ScopedClock.h>
+
+using namespace Nucleo::Statuses;
+using Nucleo::Handle;
+using Nucleo::MakeFormatArgs;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace
+{
+
+std::atomic<std::size_t> heapAllocations{0};
+
+}  // namespace
+
+// Counts what this program takes from the general heap.
+void* operator new(std::size_t size)
+{
+    ++heapAllocations;
+    if (void* memory = std::malloc(size != 0 ? size : 1)) {
+        return memory;
+    }
+    throw std::bad_alloc();
+}
+
+void operator delete(void* memory) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete(void* memory, std::size_t /*size*/) noexcept
+{
+    std::free(memory);
+}
+
+namespace
+{
+
+class VcLoggerTest : public testing::Test
+{
+protected:
+    VcLoggerTest()
+    {
+        EXPECT_EQ(VcLogger_Construct(logger.Receive(), 7, 0, nullptr), OK);
+        log = VcLogger_PublicLog();
+    }
+
+    std::vector<std::string> Texts(const VcLog* of = VcLogger_PublicLog())
+    {
+        std::vector<std::string> texts;
+        for (std::size_t i = 0; i < VcLog_Count(of); ++i) {
+            const VcLogMsg* msg = VcLog_At(of, i);
+            texts.emplace_back(VcLogMsg_Text(msg));
+            for (const VcLogMsgArg* arg = VcLogMsg_FirstArg(msg); arg != nullptr; arg = VcLogMsg_NextArg(msg, arg)) {
+                texts.back() += std::string("|") + VcLogMsg_ArgType(msg, arg)->name + ":" + VcLogMsg_ArgText(msg, arg);
+            }
+        }
+        return texts;
+    }
+
+    template <class... Args>
+    Nucleo::Status Logf(std::uint32_t structured, const char* format, const Args&... args)
+    {
+        return VcLogger_LogfImpl(logger.Get(), log, structured, VcLogMsgType_Info, 0, format, MakeFormatArgs(args...));
+    }
+
+    Handle<VcLogger> logger;
+    VcLog* log = nullptr;
+};
+
+TEST_F(VcLoggerTest, ThereIsOneInstance)
+{
+    VcLogger* second = logger.Get();
+    EXPECT_EQ(VcLogger_Construct(&second, 8, 0, nullptr), ERROR_ALREADY_EXISTS);
+    EXPECT_EQ(second, nullptr);
+    EXPECT_EQ(VcLogger_Instance(), logger.Get());
+    EXPECT_EQ(VcLogger_LogImpl(logger.Get(), log, VcLogMsgType_Info, 0, "still there"), OK);
+
+    logger = Handle<VcLogger>();
+    EXPECT_EQ(VcLogger_Instance(), nullptr);
+    EXPECT_EQ(VcLogger_LogCallback(nullptr, {0, 0, 0, "", ""}), OK);
+    EXPECT_EQ(VcLogger_RenderPublic(nullptr), OK);
+    EXPECT_EQ(VcLogger_RenderPrivate(nullptr), OK);
+    EXPECT_EQ(VcLogger_ClearPublicLogAndFilter(), OK);
+
+    for (int n = 0;; ++n) {
+        VxTestSupport::FailingAllocator allocator(n);
+        const Nucleo::Status status = VcLogger_Construct(&second, 8, 0, &allocator);
+        EXPECT_EQ(VcLogger_Instance(), second);
+        EXPECT_EQ(second == nullptr, status != OK);
+        EXPECT_EQ(Nucleo::Destroy(second), OK);
+        EXPECT_EQ(allocator.Live(), 0) << n;
+        if (!allocator.Failed()) {
+            EXPECT_EQ(status, OK);
+            break;
+        }
+    }
+}
+
+TEST_F(VcLoggerTest, StampsMessagesWithTheScaledTimerSinceItsOrigin)
+{
+    VxTestSupport::ScopedClock clock(10, 3);
+    clock.SetTimer(3'000);
+    logger = Handle<VcLogger>();
+    ASSERT_EQ(VcLogger_Construct(logger.Receive(), 7, 4'000, nullptr), OK);
+    log = VcLogger_PrivateLog();
+    ASSERT_EQ(VcLogger_LogImpl(logger.Get(), log, VcLogMsgType_Error, 0, "100%d"), OK);
+    EXPECT_EQ(VcLogMsg_Timestamp(VcLog_At(log, 0)), 6'000U);
+    EXPECT_EQ(VcLogMsg_SourceId(VcLog_At(log, 0)), 7U);
+    EXPECT_EQ(VcLogMsg_Type(VcLog_At(log, 0)), VcLogMsgType_Error);
+    EXPECT_THAT(Texts(log), ElementsAre("100%d"));
+}
+
+TEST_F(VcLoggerTest, RuntimeRecordsReachTheRingsWhileTheHandlerIsInstalled)
+{
+    EXPECT_EQ(VcLogger_RemoveLogHandler(), ERROR_NOT_FOUND);
+    ASSERT_EQ(VcLogger_AddLogHandler(), OK);
+    EXPECT_EQ(VcLogger_AddLogHandler(), ERROR_ALREADY_EXISTS);
+    Vx::Logging::Tagged(Vx::Logging::Level::Info, "Source", "private %d", 1);
+    Vx::Logging::Public(Vx::Logging::Level::Error, "Source", "public");
+    VcLogger_EnablePrivateLogging(0);
+    Vx::Logging::Public(Vx::Logging::Level::Error, "Source", "public alone");
+    EXPECT_EQ(VcLogger_RemoveLogHandler(), OK);
+    Vx::Logging::Public(Vx::Logging::Level::Error, "Source", "nobody");
+    EXPECT_THAT(Texts(VcLogger_PrivateLog()), ElementsAre("private 1", "public"));
+    EXPECT_THAT(Texts(), ElementsAre("public", "public alone"));
+}
+
+TEST_F(VcLoggerTest, FiltersAndCyclesHoldRepetitionsBack)
+{
+    // Each step: B begins a cycle, E ends one, F and N set the public filter on and off, X clears the filters; any
+    // other letter is a text that is logged, a capital one with the public filter asked for.
+    struct Case
+    {
+        const char* steps;
+        const char* shown;
+    };
+    for (const Case& test : {
+             Case{"a a", "a a"},        // Nothing filters.
+             Case{"A A", "a a"},        // Asked for, but not enabled.
+             Case{"F A A a A", "a a"},  // The unfiltered one is shown; it is not remembered either.
+             Case{"F A N A F A X A", "a a a"},
+             Case{"B a a E B a E B a E", "a"},
+             Case{"B a E B E B a E", "a a"},  // One whole cycle without it.
+             Case{"B a E a", "a a"},          // Outside a cycle its sets do not count.
+             Case{"B a E B c E B a c E", "a c a"},
+             Case{"F A B A E A", "a"},    // The filter counts inside a cycle too.
+             Case{"F B A E A A", "a a"},  // Seen in a cycle only: the filter has not got it.
+             Case{"E a E a", "a a"},      // An end without a beginning does nothing.
+             Case{"B a X a E", "a a"},
+         }) {
+        ASSERT_EQ(VcLogger_ClearPublicLogAndFilter(), OK);
+        VcLogger_EnablePublicMessageFilter(0);
+        VcLogger_EndLogCycle();
+        VcLogger_ClearMessageFilters();
+        for (const char* step = test.steps; *step != '\0'; ++step) {
+            switch (*step) {
+                case ' ':
+                    break;
+                case 'B':
+                    EXPECT_EQ(VcLogger_BeginLogCycle(), OK);
+                    break;
+                case 'E':
+                    EXPECT_EQ(VcLogger_EndLogCycle(), OK);
+                    break;
+                case 'F':
+                case 'N':
+                    VcLogger_EnablePublicMessageFilter(*step == 'F' ? 1 : 0);
+                    break;
+                case 'X':
+                    EXPECT_EQ(VcLogger_ClearMessageFilters(), OK);
+                    break;
+                default: {
+                    const char text[] = {static_cast<char>(*step | 0x20), '\0'};
+                    EXPECT_EQ(VcLogger_LogImpl(logger.Get(), log, VcLogMsgType_Info, *step < 'a' ? 1 : 0, text), OK);
+                }
+            }
+        }
+        std::string shown;
+        for (const std::string& text : Texts()) {
+            shown += (shown.empty() ? "" : " ") + text;
+        }
+        EXPECT_EQ(shown, test.shown) << test.steps;
+    }
+    EXPECT_GT(VcLogger_FilterCount(), 0U);
+}
+
+TEST_F(VcLoggerTest, InACycleThePrivateLogSwallowsThePublicRecord)
+{
+    ASSERT_EQ(VcLogger_BeginLogCycle(), OK);
+    const Nucleo::LogArgs record{Nucleo::LogOption::Public, 1, 2, "Source", "text"};
+    EXPECT_EQ(VcLogger_LogCallback(nullptr, record), OK);
+    EXPECT_THAT(Texts(VcLogger_PrivateLog()), ElementsAre("text"));
+    EXPECT_THAT(Texts(), IsEmpty());
+}
+
+TEST_F(VcLoggerTest, WhatCouldNotBeInsertedIsNotRemembered)
+{
+    VcLogger_EnablePublicMessageFilter(1);
+    const std::string huge(2 * VcLogger::LogCapacity, 'x');
+    EXPECT_EQ(VcLogger_LogImpl(logger.Get(), log, VcLogMsgType_Info, 1, huge.c_str()), ERROR_MEMORY);
+    EXPECT_EQ(VcLogger_FilterCount(), 0U);
+    EXPECT_EQ(VcLog_NextId(log), 1U);
+    const Nucleo::LogArgs record{Nucleo::LogOption::Public, 1, 2, "Source", huge.c_str()};
+    EXPECT_EQ(VcLogger_LogCallback(nullptr, record), ERROR_MEMORY);
+}
+
+TEST_F(VcLoggerTest, ReadsFormats)
+{
+    struct Case
+    {
+        const char* format;
+        std::vector<const Nucleo::Type*> types;
+    };
+    const auto* const i32 = &Nucleo::Int32Type;
+    const auto* const u32 = &Nucleo::UInt32Type;
+    const auto* const i64 = &Nucleo::Int64Type;
+    const auto* const f64 = &Nucleo::Float64Type;
+    const auto* const text = &Nucleo::StringType;
+    const auto* const character = &Nucleo::CharType;
+    for (const Case& test : std::vector<Case>{
+             {"", {}},
+             {"plain", {}},
+             {"100%%", {}},
+             {"%%%d%%", {i32}},
+             {"%2$s %1$d", {text, i32}},
+             {"%5.2f|%-8s|%+d|% d|%#x|%05u", {f64, text, i32, i32, i32, u32}},
+             {"%1$-5d%3$08.3g", {i32, f64}},
+             {"%hhu %llu %hu %lu %I32u %I64u %Iu %qu %lf", {i64, i64, i32, i32, i32, i64, i32, i64, i32}},
+             {"%a%A%e%E%F%G%c%o%x%p%i", {f64, f64, f64, f64, f64, f64, character, u32, i32, i32, i32}},
+             {"%", {}},
+             {"%d %", {i32}},
+             {"%l", {}},
+             {"%hh", {}},
+             {"%12", {}},
+             {"%3$", {}},
+             {"%.", {}},
+             {"%I6", {i32}},  // "I" and whatever follows it
+         }) {
+        std::vector<const Nucleo::Type*> types;
+        const char* cursor = test.format;
+        const Nucleo::Type* type = nullptr;
+        Nucleo::Status status = OK;
+        while ((status = VcLogger_ParseSpecificer(&cursor, &type)) == OK) {
+            types.push_back(type);
+            ASSERT_LE(cursor, test.format + std::strlen(test.format)) << test.format;
+        }
+        EXPECT_EQ(status, ERROR_PARAMETER);
+        EXPECT_EQ(types, test.types) << test.format;
+        EXPECT_EQ(cursor, test.format + std::strlen(test.format)) << test.format;
+    }
+}
+
+TEST_F(VcLoggerTest, AttachesTheArgumentsOfAStructuredMessage)
+{
+    const std::string longText(300, 'x');
+    EXPECT_EQ(Logf(1, "%2$s is %1$d of %llu, %c%c, %g", "it", -5, std::uint64_t{1} << 40, 'o', 'k', 0.5), OK);
+    EXPECT_EQ(Logf(1, "%s", longText), OK);
+    EXPECT_EQ(Logf(1, "%lf %d", 1.0, std::int64_t{1} << 32 | 3), OK);  // "%lf" reads 32 bits of the slot.
+    EXPECT_EQ(Logf(1, "%s %d %s", 17, "text"), OK);                    // No slot is followed that holds no text.
+    EXPECT_EQ(Logf(0, "%d of %s", 1, "two"), OK);
+    EXPECT_THAT(Texts(),
+                ElementsAre("%2$s is %1$d of %llu, %c%c, %g|string:it|i32:-5|i64:1099511627776|char:o|char:k|f64:0.5",
+                            "%s|string:" + std::string(255, 'x'), "%lf %d|i32:0|i32:3",
+                            "%s %d %s|string:(?)|i32:(?)|string:(?)", "1 of two"));
+
+    ASSERT_EQ(VcLogger_ClearPublicLogAndFilter(), OK);
+    const Nucleo::LogArgs record{1, 2, 3, "Source", "%d %c"};
+    EXPECT_EQ(VcLogger_LogfImplLogArgs(logger.Get(), log, 0, &record, MakeFormatArgs(4, 'x')), OK);
+    EXPECT_THAT(Texts(), ElementsAre("%d %c|i32:4|char:x"));
+
+    char buffer[4];
+    const auto storage = MakeFormatArgs(123456, 'x', "text");
+    Nucleo::ArgCursor cursor{storage};
+    EXPECT_EQ(VcLogger_FormatArg(&cursor, &Nucleo::Int32Type, buffer, sizeof buffer), ERROR_CAPACITY);
+    EXPECT_EQ(VcLogger_FormatArg(&cursor, &Nucleo::CharType, buffer, 1), ERROR_PARAMETER);
+    EXPECT_EQ(VcLogger_FormatArg(&cursor, &Nucleo::StringType, buffer, sizeof buffer), OK);
+    EXPECT_STREQ(buffer, "tex");
+    EXPECT_EQ(VcLogger_FormatArg(&cursor, &Nucleo::Float32Type, buffer, sizeof buffer), ERROR_PARAMETER);
+}
+
+TEST_F(VcLoggerTest, TextsThatDoNotFitAreRefusedWhole)
+{
+    const std::string most(511, 'x');
+    EXPECT_EQ(Logf(0, "%s", most), OK);
+    EXPECT_EQ(Logf(0, "%s.", most), ERROR_CAPACITY);
+    EXPECT_EQ(Logf(0, (most + "x").c_str()), ERROR_CAPACITY);
+    EXPECT_EQ(Logf(0, ("%1$s" + most.substr(3)).c_str(), "x"), OK);  // 510 characters without the marker
+    EXPECT_EQ(VcLog_Count(log), 2U);
+    char buffer[8];
+    const Vx::Locker locker = VcLogger_GetLock();
+    EXPECT_EQ(VcLogger_MakeLogText("%1$d-%2$s", MakeFormatArgs(12, "abc"), buffer, sizeof buffer), OK);
+    EXPECT_STREQ(buffer, "12-abc");
+    EXPECT_EQ(VcLogger_MakeLogText("%d-%s", MakeFormatArgs(1234, "abc"), buffer, sizeof buffer), ERROR_CAPACITY);
+}
+
+TEST_F(VcLoggerTest, XmlShowsTheAskedRange)
+{
+    for (int i = 1; i <= 9; ++i) {
+        ASSERT_EQ(VcLogger_LogImpl(logger.Get(), log, static_cast<VcLogMsgType>(i % 3), 0, std::to_string(i).c_str()),
+                  OK);
+        if (i == 4) {
+            ASSERT_EQ(VcLog_Clear(log), OK);
+        }
+    }
+    constexpr std::uint64_t largest = std::numeric_limits<std::uint64_t>::max();
+    struct Case
+    {
+        std::uint64_t startId;
+        std::uint64_t endId;
+        const char* shown;  // idStart-idEnd: ids
+    };
+    for (const Case& test : {Case{0, largest, "5-9: 5 6 7 8 9"}, Case{5, 5, "5-5: 5"}, Case{7, 100, "7-9: 7 8 9"},
+                             Case{6, 8, "6-8: 6 7 8"}, Case{8, 6, "8-6:"}, Case{0, 4, "5-4:"},
+                             Case{0, 3, "5-9: 5 6 7 8 9"}, Case{12, largest, "12-9:"}, Case{largest, 7, "-1-7:"}}) {
+        Nucleo::XmlDocument document;
+        document.CreateRoot("Root");
+        ASSERT_EQ(VcLogger_GenerateXML(1, &document, test.startId, test.endId), OK);
+        const Nucleo::XmlNode element = document.Child(document.Root(), "Log");
+        std::string shown = document.Attribute(element, "idStart").value_or("?") + "-" +
+                            document.Attribute(element, "idEnd").value_or("?") + ":";
+        for (const Nucleo::XmlNode entry : document.Children(element)) {
+            shown += " " + document.Attribute(entry, "id").value_or("?");
+            EXPECT_EQ(document.Attribute(entry, "id"), document.Attribute(entry, "value"));
+        }
+        EXPECT_EQ(shown, test.shown);
+    }
+    Nucleo::XmlDocument empty;
+    EXPECT_EQ(VcLogger_GenerateXML(1, &empty, 0, largest), ERROR_STATE);
+}
+
+TEST_F(VcLoggerTest, XmlIsWellFormedWhateverIsLogged)
+{
+    VxTestSupport::ScopedClock clock;
+    clock.SetTimer(5);
+    log = VcLogger_PrivateLog();
+    ASSERT_EQ(VcLogger_LogfImpl(logger.Get(), log, 1, VcLogMsgType_Error, 0, "<\"\x01\xff&%d%s%f%u%c",
+                                MakeFormatArgs(1, "</Log>\x80", 2.5, 3U, 'c')),
+              OK);
+    Nucleo::XmlDocument document;
+    document.CreateRoot("Root");
+    ASSERT_EQ(VcLogger_GenerateXML(0, &document, 0, 1), OK);
+    Nucleo::XmlDocument back;
+    ASSERT_EQ(back.Parse(document.ToText()), OK);
+    const Nucleo::XmlNode entry = back.Child(back.Child(back.Root(), "Log"), "Error");
+    EXPECT_EQ(back.Attribute(entry, "time"), "5");
+    EXPECT_EQ(back.Attribute(entry, "source"), "7");
+    EXPECT_EQ(back.Attribute(entry, "value"), "<\"\xEF\xBF\xBD\xEF\xBF\xBD&%d%s%f%u%c");
+    std::string arguments;
+    for (const Nucleo::XmlNode argument : back.Children(entry)) {
+        arguments += back.Name(argument) + "=" + back.Attribute(argument, "value").value_or("?") + " ";
+    }
+    EXPECT_EQ(arguments, "IntArg=1 Arg=</Log>\xEF\xBF\xBD FloatArg=2.5 IntArg=3 Arg=c ");
+}
+
+TEST_F(VcLoggerTest, LinesOfLibraryUsers)
+{
+    Handle<Nucleo::String> line;
+    EXPECT_EQ(VcUtils_Log(line.Receive(), 1'700'000'000'999'999, "100%d"), OK);
+    EXPECT_EQ(line->View(), "2023-11-14 22:13:20: 100%d\r\n");
+    EXPECT_EQ(VcUtils_Logvf(line.Receive(), std::numeric_limits<std::uint64_t>::max(), "%d%%", MakeFormatArgs(5)), OK);
+    EXPECT_EQ(line->View(), "5%\r\n");
+}
+
+TEST_F(VcLoggerTest, ManyThreadsLogWhileOthersReadAndClear)
+{
+    constexpr int writers = 8;
+    constexpr int messages = 2'000;
+    std::atomic<int> running{writers};
+    ASSERT_EQ(VcLogger_AddLogHandler(), OK);
+    // A listener that logs through the runtime, from inside the change.
+    const auto listener = [](void*, void*, void* args) -> Nucleo::Status {
+        if (static_cast<VcLogChangeArgs*>(args)->lastId % 16 == 0) {
+            Vx::Logging::Public(Vx::Logging::Level::Info, "Listener", "from inside");
+        }
+        return OK;
+    };
+    VcLogger_Lock();
+    ASSERT_EQ(VcLog_ChangeEvent(log)->Add(listener, nullptr), OK);
+    VcLogger_Unlock();
+
+    std::vector<std::thread> threads;
+    for (int writer = 0; writer < writers; ++writer) {
+        threads.emplace_back([&, writer] {
+            for (int i = 0; i < messages; ++i) {
+                Vx::Logging::Public(Vx::Logging::Level::Info, "Writer", "%d says %d", writer, i);
+                EXPECT_EQ(Logf(1, "%d says %d", writer, i), OK);
+            }
+            --running;
+        });
+    }
+    threads.emplace_back([&] {
+        while (running > 0) {
+            EXPECT_EQ(VcLogger_ClearPublicLogAndFilter(), OK);
+            std::this_thread::yield();
+        }
+    });
+    std::uint32_t lastSeen = 0;
+    while (running > 0) {
+        const Vx::Locker locker = VcLogger_GetLock();
+        for (std::size_t i = 0; i < VcLog_Count(log); ++i) {
+            ASSERT_EQ(VcLogMsg_Id(VcLog_At(log, i)), VcLog_FirstId(log) + i);
+        }
+        ASSERT_GE(VcLog_LastId(log), lastSeen);
+        lastSeen = VcLog_LastId(log);
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(VcLogger_RemoveLogHandler(), OK);
+    EXPECT_GE(VcLog_LastId(log), 2U * writers * messages);
+}
+
+TEST_F(VcLoggerTest, AFloodTakesNoMemory)
+{
+    const std::string text(500, 'x');
+    const auto flood = [&](int count) {
+        for (int i = 0; i < count; ++i) {
+            ASSERT_EQ(VcLogger_LogImpl(logger.Get(), log, VcLogMsgType_Info, 0, text.c_str() + i % 500), OK);
+            ASSERT_EQ(Logf(0, "%d of %s at %llu", i, text.c_str() + 100 + i % 400, std::uint64_t{1} << 40), OK);
+            ASSERT_EQ(Logf(1, "%s and %c", "text", 'x'), OK);
+        }
+    };
+    flood(1);  // What is made once.
+    const std::size_t before = heapAllocations;
+    flood(100'000);
+    EXPECT_EQ(heapAllocations, before);
+    EXPECT_EQ(VcLog_LastId(log), 300'003U);
+    EXPECT_LE(VcLog_Used(log), static_cast<std::int64_t>(VcLogger::LogCapacity));
+}
+
+}  // namespace

@@ -1,0 +1,191 @@
+// The logs resources through the router, with request values and no socket.
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <VxApi/Exception.h>
+#include <VxCommon/Protocol/Logs/LogsDir.h>
+#include <VxRest/ResourceRouter.h>
+#include <VxTestSupport/LogCapture.h>
+
+using namespace Nucleo::Statuses;
+using nlohmann::json;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace
+{
+
+class LogsDirTest : public testing::Test
+{
+protected:
+    LogsDirTest()
+    {
+        EXPECT_EQ(VcLogger_Construct(logger.Receive(), 1, 0, nullptr), OK);
+        directory.emplace();
+        directory->Register(router);
+        notices = router.NotificationEvent().Subscribe([this](VxRest::EventType type, const std::string& path) {
+            noticed.push_back(std::to_string(static_cast<int>(type)) + " " + path);
+        });
+    }
+
+    // Leaves the ids 5 to 9.
+    void Fill()
+    {
+        for (int i = 1; i <= 9; ++i) {
+            Log(VcLogMsgType_Info, std::to_string(i));
+            if (i == 4) {
+                VcLogger_ClearPublicLogAndFilter();
+            }
+        }
+        noticed.clear();
+    }
+
+    void Log(VcLogMsgType type, const std::string& text)
+    {
+        ASSERT_EQ(VcLogger_LogImpl(logger.Get(), VcLogger_PublicLog(), type, 0, text.c_str()), OK);
+    }
+
+    json Get(const std::string& path, const json& args = json::object(), bool schema = false)
+    {
+        const auto match = router.Find(path);
+        VxRest::ResponseInfo response;
+        return match.Document({path, match.Keys(), args, schema}, response);
+    }
+
+    // The ids of a page, or the message of the failure.
+    std::string Ids(const json& args)
+    {
+        try {
+            const json document = Get("/logs", args);
+            std::string ids;
+            for (const json& entry : document.at("logs")) {
+                ids += (ids.empty() ? "" : " ") + entry.at("id").dump();
+            }
+            return ids;
+        } catch (const Vx::Exception& exception) {
+            EXPECT_EQ(exception.Status(), ERROR_PARAMETER);
+            EXPECT_EQ(exception.File(), "Protocol/Logs/LogRes");
+            EXPECT_EQ(exception.Function(), "VxCommon::Internal::LogRes::Document");
+            return std::to_string(exception.Line()) + ": " + exception.what();
+        } catch (const json::exception& exception) {
+            return exception.what();
+        }
+    }
+
+    Nucleo::Handle<VcLogger> logger;
+    VxRest::ResourceRouter router;
+    std::optional<VxCommon::LogsDir> directory;
+    std::vector<std::string> noticed;
+    Vx::Subscription notices;
+};
+
+TEST_F(LogsDirTest, PagesAreRangesOfHeldIds)
+{
+    Fill();
+    const auto outside = [](const char* which, const char* id) {
+        return std::string(which) + " ID (" + id + ") is not within required range [5, 9].";
+    };
+    const std::string start = "125: Requested start";
+    const std::string end = "136: Requested end";
+    struct Case
+    {
+        json args;
+        std::string shown;
+    };
+    for (const Case& test : std::vector<Case>{
+             {json::object(), "5 6 7 8 9"},
+             {{{"startId", 7}}, "7 8 9"},
+             {{{"endId", 9}}, "5 6 7 8 9"},
+             {{{"startId", 6}, {"endId", 7}}, "6 7"},
+             {{{"startId", 9}, {"endId", 5}}, ""},
+             {{{"startId", 7.9}, {"endId", 8.0}}, "7 8"},
+             {{{"startId", 4}}, outside(start.c_str(), "4")},
+             {{{"endId", 10}}, outside(end.c_str(), "10")},
+             {{{"startId", -1}}, outside(start.c_str(), "4294967295")},
+             {{{"startId", 4294967296 + 5}}, outside(start.c_str(), "4294967295")},
+             {{{"endId", std::uint64_t{18446744073709551615U}}}, outside(end.c_str(), "4294967295")},
+             {{{"endId", -0.5}}, outside(end.c_str(), "0")},
+             {{{"endId", 1e300}}, outside(end.c_str(), "4294967295")},
+             {{{"startId", "7"}}, "[json.exception.type_error.302] type must be number, but is string"},
+             {{{"endId", nullptr}}, "[json.exception.type_error.302] type must be number, but is null"},
+         }) {
+        EXPECT_EQ(Ids(test.args), test.shown) << test.args;
+    }
+    VcLogger_ClearPublicLogAndFilter();
+    EXPECT_EQ(Ids(json::object()), "");
+    EXPECT_EQ(Ids({{"startId", 10}}), start + " ID (10) is not within required range [10, 9].");
+    EXPECT_EQ(Ids({{"endId", 9}}), end + " ID (9) is not within required range [10, 9].");
+}
+
+TEST_F(LogsDirTest, EntriesHaveLevelTextIdAndTime)
+{
+    Log(VcLogMsgType_Error, "text\xff");
+    const json document = Get("/logs", json::object(), true);
+    const json& entry = document.at("logs").at(0);
+    EXPECT_EQ(entry.size(), 4U);
+    EXPECT_EQ(entry.at("level"), 2);
+    EXPECT_EQ(entry.at("text"), "text\xff");
+    EXPECT_EQ(entry.at("id"), 1);
+    EXPECT_EQ(entry.at("timestamp"), VcLogMsg_Timestamp(VcLog_At(VcLogger_PublicLog(), 0)));
+    const json& fields = document.at("_schema").at("properties").at("logs").at("items").at("properties");
+    EXPECT_EQ(fields.at("level").at("oneOf").at(2), json({{"const", 2}, {"title", "Error"}}));
+    EXPECT_EQ(fields.at("timestamp").at("type"), "integer");
+    EXPECT_FALSE(Get("/logs").contains("_schema"));
+}
+
+TEST_F(LogsDirTest, ClearingGoesOnWithTheIdsAndSendsANotice)
+{
+    Fill();
+    EXPECT_EQ(Get("/logs/summary"), json({{"idStart", 5}, {"idEnd", 9}}));
+    const auto match = router.Find("/logs/commands/clear");
+    EXPECT_EQ(match.Invoke({"/logs/commands/clear", match.Keys()}, nullptr), json());
+    EXPECT_EQ(Get("/logs/summary"), json({{"idStart", 10}, {"idEnd", 9}}));
+    EXPECT_THAT(noticed, ElementsAre("2 /logs/summary"));
+    Log(VcLogMsgType_Info, "next");
+    EXPECT_EQ(Ids(json::object()), "10");
+    EXPECT_EQ(noticed.size(), 2U);
+    EXPECT_TRUE(Get("/logs/summary", json::object(), true).at("_schema").at("properties").contains("idEnd"));
+}
+
+TEST_F(LogsDirTest, ListenersOfTheSummary)
+{
+    VxCommon::Internal::LogSummaryRes resource;
+    VxCommon::Internal::LogSummaryRes copy(resource);
+    int calls = 0;
+    const auto count = copy.NotificationEvent().Subscribe([&](VxRest::EventType, const std::string&) { ++calls; });
+    Log(VcLogMsgType_Info, "text");
+    EXPECT_EQ(calls, 1);  // A copy follows the log itself.
+
+    VcLogChangeArgs unknown{2, 1, 1};
+    EXPECT_EQ(VxCommon::Internal::LogSummaryRes::OnLogSummaryChanged(&copy, nullptr, &unknown), OK);
+    EXPECT_EQ(calls, 1);
+
+    VcLogChangeArgs added{0, 1, 1};
+    const VxTestSupport::ScopedLogCapture captured;
+    const auto broken = copy.NotificationEvent().Subscribe(
+        [](VxRest::EventType, const std::string&) { VX_THROW(ERROR_BUSY, "no room for the notice"); });
+    EXPECT_EQ(VxCommon::Internal::LogSummaryRes::OnLogSummaryChanged(&copy, nullptr, &added), ERROR_BUSY);
+    EXPECT_THAT(captured.Texts("Protocol/Logs/LogRes"),
+                testing::Contains(testing::HasSubstr("no room for the notice")));
+    EXPECT_EQ(captured.Lines().at(0).options, 0x8000000000000002U);
+}
+
+TEST_F(LogsDirTest, LeavesNothingBehind)
+{
+    EXPECT_THAT(router.Patterns(), ElementsAre("/logs", "/logs/commands/clear", "/logs/summary"));
+    EXPECT_THROW(directory->Register(router), Vx::Exception);
+    VxCommon::LogsDir second;
+    EXPECT_THROW(second.Register(router), Vx::Exception);
+    EXPECT_EQ(router.Patterns().size(), 3U);
+    directory.reset();
+    EXPECT_THAT(router.Patterns(), IsEmpty());
+    Log(VcLogMsgType_Info, "nobody listens");
+    EXPECT_THAT(noticed, IsEmpty());
+}
+
+}  // namespace

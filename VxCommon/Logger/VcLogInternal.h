@@ -1,0 +1,28 @@
+#pragma once
+// What the logger's parts share with each other and with nobody else.
+
+#include <cstdint>
+#include <string_view>
+
+#include <VxCommon/Logger/VcLog.h>
+
+namespace VxCommon::Internal
+{
+
+/// Fills a new message. The text is taken by its length; it holds no NUL. On failure the message is released as it is.
+Nucleo::Status VcLogMsg_Init(VcLogMsg& msg, std::uint32_t sourceId, std::uint32_t id, std::uint64_t timestamp,
+                             std::uint64_t dateTime, VcLogMsgType type, std::string_view text);
+Nucleo::Status VcLogMsg_InitLogArgs(VcLogMsg& msg, std::uint32_t sourceId, std::uint32_t id,
+                                    const Nucleo::LogArgs& logArgs);
+
+/// A new argument that belongs to no message yet; null on failure.
+Nucleo::Status VcLogMsgArg_Make(VcLogMsgArg** arg, const char* text, const Nucleo::Type* type,
+                                Nucleo::Allocator& allocator);
+Nucleo::Status VcLogMsgArg_Free(VcLogMsgArg* arg, Nucleo::Allocator& allocator);
+void VcLogMsg_Append(VcLogMsg& msg, VcLogMsgArg* arg);
+
+/// VcLog_Insert for a caller that has read the clock.
+Nucleo::Status VcLog_InsertAt(VcLog& log, std::uint32_t sourceId, std::uint64_t timestamp, std::uint64_t dateTime,
+                              VcLogMsgType type, std::string_view text);
+
+}  // namespace VxCommon::Internal

@@ -1,0 +1,168 @@
+#pragma once
+// The logger of the process: one instance with a private log, which holds everything, and a public log, which holds
+// what users may see. A public message filter shows a text once only; within a repeating cycle of work a text is shown
+// again only after a whole cycle without it.
+//
+// Any thread may log. One re-entrant lock guards the instance and both rings; who reads a ring holds it. But for
+// VcLogger_Construct, VcLogger_Instance, the two log-handler functions, VcLogger_LogCallback, the two render functions
+// and VcLogger_ClearPublicLogAndFilter, all functions need the instance to exist. It is released by Nucleo::Destroy
+// when no other thread uses it any more. See VcLogMsg.h for the rules of the C-style layer.
+
+#include <cstddef>
+#include <cstdint>
+
+#include <Nucleo/Format.h>
+#include <Nucleo/Lock.h>
+#include <Nucleo/String.h>
+#include <Nucleo/StringSet.h>
+#include <Nucleo/XmlDocument.h>
+#include <VxApi/Locker.h>
+#include <VxCommon/Logger/VcLog.h>
+
+/// Read and changed through the functions below; everything is guarded by `lock`.
+struct VcLogger final : Nucleo::Object
+{
+    static constexpr std::uint64_t LogCapacity = 0x100000;  ///< Bytes of message memory of each ring.
+    static constexpr std::size_t TextCapacity = 512;        ///< Of a printed text or a stripped format, with its NUL.
+    static constexpr std::size_t ArgumentCapacity = 256;    ///< Of an argument's text, with its NUL.
+
+    explicit VcLogger(Nucleo::Allocator& allocator)
+        : messageFilter(allocator), cycleCurrent(allocator), cyclePrevious(allocator)
+    {}
+    static const Nucleo::Type& StaticType() noexcept;
+
+    Nucleo::Lock lock;
+    std::uint32_t sourceId = 0;  ///< Stamped on every message.
+    VcLog* privateLog = nullptr;
+    VcLog* publicLog = nullptr;
+    std::uint64_t timeOrigin = 0;  ///< Scaled platform timer, subtracted from it to give timestamps.
+    Nucleo::StringSet messageFilter;
+    std::uint32_t publicFilterEnabled = 0;
+    Nucleo::StringSet cycleCurrent;
+    Nucleo::StringSet cyclePrevious;
+    std::uint32_t inCycle = 0;
+    std::uint32_t privateLoggingEnabled = 1;
+    char formatBuffer[TextCapacity] = {};
+};
+
+extern "C" {
+
+// Life and access
+
+/// Makes the one instance. `timeOrigin` is in microseconds of the platform timer (Nucleo::Timer_Scale). A null
+/// allocator is the default one. ERROR_ALREADY_EXISTS when there is an instance, which stays and keeps working;
+/// ERROR_PARAMETER when the allocator cannot hold objects. The private log becomes the HTTP server's private-log page.
+VXCOMMON_API Nucleo::Status VcLogger_Construct(VcLogger** logger, std::uint32_t sourceId, std::uint64_t timeOrigin,
+                                               Nucleo::Allocator* allocator);
+
+VXCOMMON_API VcLogger* VcLogger_Instance();  ///< Null when there is none.
+VXCOMMON_API VcLog* VcLogger_PrivateLog();
+VXCOMMON_API VcLog* VcLogger_PublicLog();
+VXCOMMON_API std::uint32_t VcLogger_PublicMessageFilterEnabled();
+
+VXCOMMON_API void VcLogger_Lock();
+VXCOMMON_API void VcLogger_Unlock();
+
+/// Whether platform records reach the private log; 1 at first.
+VXCOMMON_API void VcLogger_EnablePrivateLogging(std::uint32_t enable);
+
+/// Whether the `publicFilter` argument of the log functions is honoured; 0 at first.
+VXCOMMON_API void VcLogger_EnablePublicMessageFilter(std::uint32_t enable);
+
+// The runtime's log handler
+
+/// Puts every record of the runtime's log into the rings from now on. ERROR_ALREADY_EXISTS when it does already. Needs
+/// no instance; records that come while there is none are dropped.
+VXCOMMON_API Nucleo::Status VcLogger_AddLogHandler();
+
+/// Ends that; no record is being taken any more when it returns. ERROR_NOT_FOUND when it was not on. The caller does
+/// not hold the logger's lock.
+VXCOMMON_API Nucleo::Status VcLogger_RemoveLogHandler();
+
+/// The handler: into the private log while that is enabled, then, when its option word says so, into the public log.
+/// OK without effect when there is no instance.
+VXCOMMON_API Nucleo::Status VcLogger_LogCallback(void* receiver, const Nucleo::LogArgs& logArgs);
+
+// Logging, into `log`, which is one of the two rings. `publicFilter` asks for the public message filter. A text that a
+// filter or the cycle holds back is not inserted, which is no failure. What cannot be inserted is not remembered by a
+// filter.
+
+/// A plain text; it is never used as a format.
+VXCOMMON_API Nucleo::Status VcLogger_LogImpl(VcLogger* logger, VcLog* log, VcLogMsgType type,
+                                             std::uint32_t publicFilter, const char* text);
+
+/// A platform record.
+VXCOMMON_API Nucleo::Status VcLogger_LogImplLogArgs(VcLogger* logger, VcLog* log, std::uint32_t publicFilter,
+                                                    const Nucleo::LogArgs* logArgs);
+
+/// A printf-style format with its arguments. Positional markers ("2$") are passed over: arguments are taken in order.
+/// With `structured` the entry's text is the format and its arguments are attached to it, each cut to 255 bytes;
+/// otherwise it is the printed text. ERROR_CAPACITY when the stripped format or the printed text has 512 bytes or more.
+VXCOMMON_API Nucleo::Status VcLogger_LogfImpl(VcLogger* logger, VcLog* log, std::uint32_t structured, VcLogMsgType type,
+                                              std::uint32_t publicFilter, const char* format,
+                                              const Nucleo::FormatArgs& args);
+
+/// A platform record whose text is a format, with its arguments attached to the entry.
+VXCOMMON_API Nucleo::Status VcLogger_LogfImplLogArgs(VcLogger* logger, VcLog* log, std::uint32_t publicFilter,
+                                                     const Nucleo::LogArgs* logArgs, const Nucleo::FormatArgs& args);
+
+/// Prints `format` into `capacity` bytes at `buffer`. The caller holds the logger's lock. ERROR_CAPACITY when the
+/// stripped format has 512 bytes or more or the text does not fit.
+VXCOMMON_API Nucleo::Status VcLogger_MakeLogText(const char* format, const Nucleo::FormatArgs& args, char* buffer,
+                                                 std::size_t capacity);
+
+// Filters and cycles. The first three and VcLogger_ClearMessageFilters take no lock: the caller holds it.
+
+/// 1 when `text` would not be shown: it was seen in this cycle or the one before, or, with `publicFilter`, is in the
+/// message filter.
+VXCOMMON_API std::uint32_t VcLogger_IsMessageFiltered(std::uint32_t publicFilter, const char* text);
+VXCOMMON_API Nucleo::Status VcLogger_AddToMessageFilter(VcLogger* logger, std::uint32_t publicFilter, const char* text);
+VXCOMMON_API Nucleo::Status VcLogger_AddToCycleFilter(VcLogger* logger, const char* text);
+VXCOMMON_API Nucleo::Status VcLogger_ClearMessageFilters();
+
+/// Texts that the message filter and the two cycle sets hold together. They grow without bound until they are cleared.
+VXCOMMON_API std::size_t VcLogger_FilterCount();
+
+/// Clears the public log, then the filters. OK without effect when there is no instance.
+VXCOMMON_API Nucleo::Status VcLogger_ClearPublicLogAndFilter();
+
+VXCOMMON_API Nucleo::Status VcLogger_BeginLogCycle();
+VXCOMMON_API Nucleo::Status VcLogger_EndLogCycle();
+
+// Output
+
+/// Writes the log as text, see VcLog_Render. OK without output when there is no instance.
+VXCOMMON_API Nucleo::Status VcLogger_RenderPrivate(Nucleo::Stream* stream);
+VXCOMMON_API Nucleo::Status VcLogger_RenderPublic(Nucleo::Stream* stream);
+
+/// Adds an element "Log" with the entries of the ids `startId` to `endId` under the document's root. Ids outside the
+/// ring are moved to its ends; the largest `endId` means "to the newest". ERROR_STATE when the document has no root.
+VXCOMMON_API Nucleo::Status VcLogger_GenerateXML(std::uint32_t isPublic, Nucleo::XmlDocument* document,
+                                                 std::uint64_t startId, std::uint64_t endId);
+
+/// Adds one entry under `parent`.
+VXCOMMON_API Nucleo::Status VcLogger_GenerateXMLForLogMsg(const VcLogMsg* msg, Nucleo::XmlDocument* document,
+                                                          Nucleo::XmlNode parent);
+
+// The reader of format strings
+
+/// Reads on from `*cursor` to the end of the next specifier and tells the type of its argument. ERROR_PARAMETER when
+/// there is no further specifier; the cursor then is at the end of the text, never beyond it.
+VXCOMMON_API Nucleo::Status VcLogger_ParseSpecificer(const char** cursor, const Nucleo::Type** argType);
+
+/// Reads the length modifier and conversion at `*cursor`. ERROR_PARAMETER at the end of the text.
+VXCOMMON_API Nucleo::Status VcLogger_ParseSpecType(const char** cursor, const Nucleo::Type** argType);
+
+/// Writes the next argument as text. A text is cut to `capacity`; a slot that does not hold a text where one is
+/// expected, and a missing one, gives "(?)". ERROR_PARAMETER for a type that is none of the printed ones and for a
+/// character with a capacity below 2.
+VXCOMMON_API Nucleo::Status VcLogger_FormatArg(Nucleo::ArgCursor* argCursor, const Nucleo::Type* argType, char* buffer,
+                                               std::size_t capacity);
+
+/// Registers the class "VcLogger".
+VXCOMMON_API Nucleo::Status xxVcLogger_Register(Nucleo::Assembly* assembly);
+
+}  // extern "C"
+
+/// Holds the logger's lock for a scope.
+VXCOMMON_API Vx::Locker VcLogger_GetLock();

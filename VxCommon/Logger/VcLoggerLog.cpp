@@ -1,0 +1,174 @@
+// The ways in: texts, formats and platform records. Each takes the logger's lock for itself.
+
+#include <VxCommon/Logger/VcLogger.h>
+
+#include <atomic>
+#include <cstring>
+
+#include <Nucleo/Clock.h>
+#include <VxApi/Logging.h>
+#include <VxCommon/Logger/VcLogInternal.h>
+
+using namespace Nucleo::Statuses;
+using Nucleo::Status;
+
+namespace
+{
+
+std::atomic<bool> handlerInstalled{false};
+
+/// Inserts by `insert` unless a filter holds `text` back, then remembers `text`. The lock is held.
+template <class Insert>
+Status LogFiltered(VcLogger& logger, std::uint32_t usePublic, const char* text, Insert insert)
+{
+    if (logger.inCycle == 0 && usePublic == 0) {
+        return insert();  // Nothing filters and nothing is remembered.
+    }
+    if (VcLogger_IsMessageFiltered(usePublic, text) == 0) {
+        if (const Status status = insert(); status != OK) {
+            return status;
+        }
+    }
+    return VcLogger_AddToMessageFilter(&logger, usePublic, text);
+}
+
+std::uint32_t UsePublic(const VcLogger& logger, std::uint32_t publicFilter)
+{
+    return publicFilter != 0 && logger.publicFilterEnabled != 0 ? 1 : 0;
+}
+
+/// Inserts a plain text at the present time.
+Status InsertNow(VcLogger& logger, VcLog& log, VcLogMsgType type, std::string_view text)
+{
+    const Nucleo::ClockReading now = Nucleo::Clock_Read();
+    return VxCommon::Internal::VcLog_InsertAt(log, logger.sourceId, Nucleo::Timer_Scale(now.timer) - logger.timeOrigin,
+                                              now.dateTime, type, text);
+}
+
+/// Attaches the arguments of `format` to the newest entry.
+Status AttachArguments(VcLog& log, const char* format, const Nucleo::FormatArgs& args)
+{
+    Nucleo::ArgCursor argCursor{args};
+    const Nucleo::Type* argType = nullptr;
+    while (VcLogger_ParseSpecificer(&format, &argType) == OK) {
+        char text[VcLogger::ArgumentCapacity];
+        if (const Status status = VcLogger_FormatArg(&argCursor, argType, text, sizeof text); status != OK) {
+            return status;
+        }
+        if (const Status status = VcLog_AddArgument(&log, text, argType); status != OK) {
+            return status;
+        }
+    }
+    return OK;
+}
+
+/// Prints `format`; `stripped` is room for it without its positional markers.
+Status PrintText(const char* format, const Nucleo::FormatArgs& args, char (&stripped)[VcLogger::TextCapacity],
+                 char* buffer, std::size_t capacity, std::size_t* length)
+{
+    const std::size_t formatLength = std::strlen(format);
+    // Without markers there is nothing to strip; then only the length counts.
+    if (formatLength >= sizeof stripped || std::memchr(format, '$', formatLength) != nullptr) {
+        if (!Vx::Logging::StripPositionalParameters(format, stripped, sizeof stripped)) {
+            return ERROR_CAPACITY;
+        }
+        return Nucleo::PrintTo(buffer, capacity, length, stripped, args);
+    }
+    return Nucleo::PrintTo(buffer, capacity, length, {format, formatLength}, args);
+}
+
+}  // namespace
+
+Status VcLogger_AddLogHandler()
+{
+    if (handlerInstalled.exchange(true)) {
+        return ERROR_ALREADY_EXISTS;
+    }
+    const Status status = Nucleo::Log_AddHandler(&VcLogger_LogCallback, nullptr);
+    handlerInstalled = status == OK;
+    return status;
+}
+
+Status VcLogger_RemoveLogHandler()
+{
+    if (!handlerInstalled.exchange(false)) {
+        return ERROR_NOT_FOUND;
+    }
+    return Nucleo::Log_RemoveHandler(&VcLogger_LogCallback, nullptr);
+}
+
+Status VcLogger_LogCallback(void* /*receiver*/, const Nucleo::LogArgs& logArgs)
+{
+    VcLogger* logger = VcLogger_Instance();
+    if (logger == nullptr) {
+        return OK;
+    }
+    const Vx::Locker locker(logger->lock);
+    const char* text = logArgs.message != nullptr ? logArgs.message : "";
+    if (logger->privateLoggingEnabled != 0) {
+        const Status status = LogFiltered(
+            *logger, 0, text, [&] { return VcLog_InsertLogArgs(logger->privateLog, logger->sourceId, &logArgs); });
+        if (status != OK) {
+            return status;
+        }
+    }
+    if ((logArgs.options & Nucleo::LogOption::Public) == 0) {
+        return OK;
+    }
+    // In a cycle the private branch has just remembered the text, so this drops it: that is intended.
+    return LogFiltered(*logger, logger->publicFilterEnabled, text,
+                       [&] { return VcLog_InsertLogArgs(logger->publicLog, logger->sourceId, &logArgs); });
+}
+
+Status VcLogger_LogImpl(VcLogger* logger, VcLog* log, VcLogMsgType type, std::uint32_t publicFilter, const char* text)
+{
+    const Vx::Locker locker(logger->lock);
+    return LogFiltered(*logger, UsePublic(*logger, publicFilter), text,
+                       [&] { return InsertNow(*logger, *log, type, text); });
+}
+
+Status VcLogger_LogImplLogArgs(VcLogger* logger, VcLog* log, std::uint32_t publicFilter, const Nucleo::LogArgs* logArgs)
+{
+    const Vx::Locker locker(logger->lock);
+    return LogFiltered(*logger, UsePublic(*logger, publicFilter), logArgs->message,
+                       [&] { return VcLog_InsertLogArgs(log, logger->sourceId, logArgs); });
+}
+
+Status VcLogger_LogfImpl(VcLogger* logger, VcLog* log, std::uint32_t structured, VcLogMsgType type,
+                         std::uint32_t publicFilter, const char* format, const Nucleo::FormatArgs& args)
+{
+    // Printed before the lock is taken, so that threads that log at once print side by side.
+    char stripped[VcLogger::TextCapacity];
+    char text[VcLogger::TextCapacity];
+    std::size_t length = 0;
+    if (const Status status = PrintText(format, args, stripped, text, sizeof text, &length); status != OK) {
+        return status;
+    }
+    const Vx::Locker locker(logger->lock);
+    const std::uint32_t usePublic = UsePublic(*logger, publicFilter);
+    return LogFiltered(*logger, usePublic, text, [&]() -> Status {
+        if (VcLogger_IsMessageFiltered(usePublic, format) != 0) {
+            return OK;
+        }
+        if (structured == 0) {
+            return InsertNow(*logger, *log, type, {text, length});
+        }
+        const Status status = InsertNow(*logger, *log, type, format);
+        return status == OK ? AttachArguments(*log, format, args) : status;
+    });
+}
+
+Status VcLogger_LogfImplLogArgs(VcLogger* logger, VcLog* log, std::uint32_t publicFilter,
+                                const Nucleo::LogArgs* logArgs, const Nucleo::FormatArgs& args)
+{
+    const Vx::Locker locker(logger->lock);
+    return LogFiltered(*logger, UsePublic(*logger, publicFilter), logArgs->message, [&] {
+        const Status status = VcLog_InsertLogArgs(log, logger->sourceId, logArgs);
+        return status == OK ? AttachArguments(*log, logArgs->message, args) : status;
+    });
+}
+
+Status VcLogger_MakeLogText(const char* format, const Nucleo::FormatArgs& args, char* buffer, std::size_t capacity)
+{
+    return PrintText(format, args, VcLogger_Instance()->formatBuffer, buffer, capacity, nullptr);
+}
