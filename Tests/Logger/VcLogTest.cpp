@@ -1,6 +1,7 @@
 // The log ring and its messages.
 
 #include <deque>
+#include <limits>
 #include <random>
 #include <string>
 #include <vector>
@@ -183,6 +184,19 @@ TEST(VcLogTest, AListenerThatChangesTheRingHearsNothingOfIt)
     EXPECT_EQ(VcLog_Count(log.Get()), 4U);
 }
 
+TEST(VcLogTest, IdsGoOnAtZeroAfterTheLargest)
+{
+    const Handle<VcLog> log = MakeLog();
+    std::vector<VcLogChangeArgs> changes;
+    ASSERT_EQ(VcLog_ChangeEvent(log.Get())->Add(&Collect, &changes), OK);
+    log->nextId = std::numeric_limits<std::uint32_t>::max();
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_EQ(Insert(*log, "text"), OK);
+    }
+    EXPECT_THAT(Shown(changes), ElementsAre("4294967295-4294967295", "4294967295-0", "4294967295-1"));
+    EXPECT_EQ(VcLogMsg_Id(VcLog_At(log.Get(), 2)), 1U);
+}
+
 TEST(VcLogTest, MessagesKeepWhatTheyWereMadeFrom)
 {
     VxTestSupport::ScopedClock clock;
@@ -267,7 +281,7 @@ TEST(VcLogTest, ShowsItsEntriesAsLines)
     clock.SetDateTime(1'700'000'000'123'456);
     const Handle<VcLog> log = MakeLog();
     ASSERT_EQ(Insert(*log, "forged\r\n2023-11-14 line"), OK);
-    ASSERT_EQ(VcLog_AddArgument(log.Get(), "first", &Nucleo::StringType), OK);
+    ASSERT_EQ(VcLog_AddArgument(log.Get(), "first\n2023", &Nucleo::StringType), OK);
     ASSERT_EQ(VcLog_AddArgument(log.Get(), "2", &Nucleo::Int32Type), OK);
     const std::string longText(600, 'x');
     const Nucleo::LogArgs record{2, 0, 1'700'000'000'123'456, "Jobs", longText.c_str()};
@@ -277,10 +291,25 @@ TEST(VcLogTest, ShowsItsEntriesAsLines)
     ASSERT_EQ(Nucleo::MemoryStream_Construct(stream.Receive()), OK);
     ASSERT_EQ(VcLog_Render(log.Get(), stream.Get()), OK);
     const std::vector<std::uint8_t> page = stream->TakeContent();
-    std::string expected = "2023-11-14 22:13:20.123 Warning forged\\x0d\\x0a2023-11-14 line\r\n    first\r\n    2\r\n";
+    std::string expected =
+        "2023-11-14 22:13:20.123 Warning forged\\x0d\\x0a2023-11-14 line\r\n    first\\x0a2023\r\n    2\r\n";
     std::string line = "2023-11-14 22:13:20.123 Error   Jobs: ";
     line.resize(255, 'x');
     EXPECT_EQ(std::string(page.begin(), page.end()), expected + line + "\r\n");
+
+    // A stream that takes so many writes, and no flush.
+    class ShortStream final : public Nucleo::Stream
+    {
+    public:
+        Nucleo::Status Write(const void*, std::size_t) override { return writes-- > 0 ? OK : ERROR_IO; }
+        Nucleo::Status Flush() override { return ERROR_DISK_FULL; }
+        int writes = 0;
+    };
+    for (int writes = 0; writes <= 8; ++writes) {
+        ShortStream shortStream;
+        shortStream.writes = writes;
+        EXPECT_EQ(VcLog_Render(log.Get(), &shortStream), writes < 8 ? ERROR_IO : ERROR_DISK_FULL) << writes;
+    }
 
     Handle<Nucleo::String> string;
     ASSERT_EQ(VcLog_FormatLog(string.Receive(), VcLog_At(log.Get(), 1)), OK);

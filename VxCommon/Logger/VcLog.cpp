@@ -16,6 +16,7 @@ namespace
 {
 
 constexpr std::size_t lineCapacity = 256;
+constexpr std::size_t argumentCapacity = 1024;  // Each byte of an argument may be shown as four.
 constexpr std::string_view lineEnd = "\r\n";
 
 // The heap's exhaustion handler. Raises nothing: the insert that needed the room does it when it is done.
@@ -161,7 +162,9 @@ Status RenderEntry(const VcLogMsg& msg, Nucleo::Stream& stream)
         status = stream.Write(line.text, line.length);
     }
     for (const VcLogMsgArg* arg = msg.firstArg; arg != nullptr && status == OK; arg = arg->next) {
-        for (const std::string_view part : {std::string_view("    "), std::string_view(arg->text), lineEnd}) {
+        char text[argumentCapacity];
+        Vx::Logging::EscapeText(arg->text, text, sizeof text);
+        for (const std::string_view part : {std::string_view("    "), std::string_view(text), lineEnd}) {
             if (status == OK) {
                 status = stream.Write(part.data(), part.size());
             }

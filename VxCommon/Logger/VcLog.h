@@ -55,6 +55,8 @@ VXCOMMON_API Nucleo::Status VcLog_Construct(VcLog** log, std::uint64_t capacity,
 /// ERROR_STATE when the ring has probes; on failure it has none.
 VXCOMMON_API Nucleo::Status VcLog_InitHealthProbe(VcLog* log, std::uint32_t instance, Nucleo::Allocator* allocator);
 
+// Texts that are put in must not lie in the ring itself: making room for them may free them.
+
 /// Appends a message with id VcLog_NextId() and the wall-clock time of now; raises the change event. May drop the
 /// oldest messages to make room. When the message cannot be built nothing is appended and the next id keeps its value;
 /// dropped messages stay dropped.
@@ -65,7 +67,8 @@ VXCOMMON_API Nucleo::Status VcLog_Insert(VcLog* log, std::uint32_t sourceId, std
 VXCOMMON_API Nucleo::Status VcLog_InsertLogArgs(VcLog* log, std::uint32_t sourceId, const Nucleo::LogArgs* logArgs);
 
 /// Appends an argument to the newest message; may drop older ones, without an event. ERROR_STATE when the ring is empty
-/// or the newest message itself had to go.
+/// or the newest message itself had to go. When a listener inserts from inside an insert's event, the newest message is
+/// the listener's.
 VXCOMMON_API Nucleo::Status VcLog_AddArgument(VcLog* log, const char* text, const Nucleo::Type* argType);
 
 /// The entry at `index` (0: the oldest), which is below VcLog_Count(). It lives until the ring changes.

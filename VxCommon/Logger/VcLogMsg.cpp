@@ -61,6 +61,7 @@ Status VcLogMsg_VRelease(Nucleo::Object* object)
 {
     auto& msg = static_cast<VcLogMsg&>(*object);
     Allocator& allocator = msg.ObjectAllocator();
+    msg.lastArg = nullptr;
     while (VcLogMsgArg* arg = msg.firstArg) {
         msg.firstArg = arg->next;
         if (const Status status = VxCommon::Internal::VcLogMsgArg_Free(arg, allocator); status != OK) {
@@ -102,8 +103,12 @@ Status VcLogMsg_InitLogArgs(VcLogMsg& msg, std::uint32_t sourceId, std::uint32_t
     msg.length = static_cast<std::uint32_t>(text.size());
     msg.type = TypeOf(logArgs.options);
     Allocator& allocator = msg.ObjectAllocator();
-    const Status status = CopyText(allocator, ViewOf(logArgs.source), &msg.sourceName);
-    return status == OK ? CopyText(allocator, text, &msg.text) : status;
+    if (logArgs.source != nullptr) {
+        if (const Status status = CopyText(allocator, logArgs.source, &msg.sourceName); status != OK) {
+            return status;
+        }
+    }
+    return CopyText(allocator, text, &msg.text);
 }
 
 Status VcLogMsgArg_Make(VcLogMsgArg** arg, const char* text, const Nucleo::Type* type, Allocator& allocator)

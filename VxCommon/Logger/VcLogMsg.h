@@ -27,6 +27,7 @@ struct VcLogMsgArg
     char* text;
     VcLogMsgArg* next;  ///< Null for the last one.
 };
+static_assert(sizeof(VcLogMsgArg) == 24);
 
 /// Everything that a message owns is in memory of the allocator it was made with. Immutable but for its arguments,
 /// which are only appended.

@@ -21,15 +21,14 @@ Status VcLogger_VRelease(Nucleo::Object* object)
     if (const Status status = VrHttpServer_SetPrivateLogHandler(nullptr, nullptr); status != OK) {
         return status;
     }
+    instance = nullptr;  // First: what cannot be released must not be logged to either.
     for (VcLog** log : {&logger.privateLog, &logger.publicLog}) {
         if (const Status status = Nucleo::Destroy(*log); status != OK) {
             return status;
         }
         *log = nullptr;
     }
-    // The sets and the lock go with the object.
-    instance = nullptr;
-    return OK;
+    return OK;  // The sets and the lock go with the object.
 }
 
 Status Init(VcLogger& logger, std::uint32_t sourceId, std::uint64_t timeOrigin, Allocator& allocator)
@@ -100,18 +99,19 @@ VcLog* VcLogger_PublicLog()
 
 std::uint32_t VcLogger_PublicMessageFilterEnabled()
 {
-    const Vx::Locker locker(instance.load()->lock);
     return instance.load()->publicFilterEnabled;
 }
 
-void VcLogger_Lock() VX_NO_THREAD_SAFETY_ANALYSIS
+Status VcLogger_Lock() VX_NO_THREAD_SAFETY_ANALYSIS
 {
     instance.load()->lock.Enter();
+    return OK;
 }
 
-void VcLogger_Unlock() VX_NO_THREAD_SAFETY_ANALYSIS
+Status VcLogger_Unlock() VX_NO_THREAD_SAFETY_ANALYSIS
 {
     instance.load()->lock.Leave();
+    return OK;
 }
 
 Vx::Locker VcLogger_GetLock() VX_NO_THREAD_SAFETY_ANALYSIS
@@ -119,18 +119,20 @@ Vx::Locker VcLogger_GetLock() VX_NO_THREAD_SAFETY_ANALYSIS
     return Vx::Locker(instance.load()->lock);
 }
 
-void VcLogger_EnablePrivateLogging(std::uint32_t enable)
+Status VcLogger_EnablePrivateLogging(std::uint32_t enable)
 {
     VcLogger& logger = *instance;
     const Vx::Locker locker(logger.lock);
     logger.privateLoggingEnabled = enable;
+    return OK;
 }
 
-void VcLogger_EnablePublicMessageFilter(std::uint32_t enable)
+Status VcLogger_EnablePublicMessageFilter(std::uint32_t enable)
 {
     VcLogger& logger = *instance;
     const Vx::Locker locker(logger.lock);
     logger.publicFilterEnabled = enable;
+    return OK;
 }
 
 std::uint32_t VcLogger_IsMessageFiltered(std::uint32_t publicFilter, const char* text)

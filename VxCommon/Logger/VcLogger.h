@@ -8,6 +8,7 @@
 // and VcLogger_ClearPublicLogAndFilter, all functions need the instance to exist. It is released by Nucleo::Destroy
 // when no other thread uses it any more. See VcLogMsg.h for the rules of the C-style layer.
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
@@ -37,7 +38,7 @@ struct VcLogger final : Nucleo::Object
     VcLog* publicLog = nullptr;
     std::uint64_t timeOrigin = 0;  ///< Scaled platform timer, subtracted from it to give timestamps.
     Nucleo::StringSet messageFilter;
-    std::uint32_t publicFilterEnabled = 0;
+    std::atomic<std::uint32_t> publicFilterEnabled = 0;  // Also read without the lock.
     Nucleo::StringSet cycleCurrent;
     Nucleo::StringSet cyclePrevious;
     std::uint32_t inCycle = 0;
@@ -60,14 +61,14 @@ VXCOMMON_API VcLog* VcLogger_PrivateLog();
 VXCOMMON_API VcLog* VcLogger_PublicLog();
 VXCOMMON_API std::uint32_t VcLogger_PublicMessageFilterEnabled();
 
-VXCOMMON_API void VcLogger_Lock();
-VXCOMMON_API void VcLogger_Unlock();
+VXCOMMON_API Nucleo::Status VcLogger_Lock();
+VXCOMMON_API Nucleo::Status VcLogger_Unlock();
 
 /// Whether platform records reach the private log; 1 at first.
-VXCOMMON_API void VcLogger_EnablePrivateLogging(std::uint32_t enable);
+VXCOMMON_API Nucleo::Status VcLogger_EnablePrivateLogging(std::uint32_t enable);
 
 /// Whether the `publicFilter` argument of the log functions is honoured; 0 at first.
-VXCOMMON_API void VcLogger_EnablePublicMessageFilter(std::uint32_t enable);
+VXCOMMON_API Nucleo::Status VcLogger_EnablePublicMessageFilter(std::uint32_t enable);
 
 // The runtime's log handler
 
@@ -111,7 +112,8 @@ VXCOMMON_API Nucleo::Status VcLogger_LogfImplLogArgs(VcLogger* logger, VcLog* lo
 VXCOMMON_API Nucleo::Status VcLogger_MakeLogText(const char* format, const Nucleo::FormatArgs& args, char* buffer,
                                                  std::size_t capacity);
 
-// Filters and cycles. The first three and VcLogger_ClearMessageFilters take no lock: the caller holds it.
+// Filters and cycles. The first three, VcLogger_ClearMessageFilters and VcLogger_FilterCount take no lock: the caller
+// holds it.
 
 /// 1 when `text` would not be shown: it was seen in this cycle or the one before, or, with `publicFilter`, is in the
 /// message filter.

@@ -106,7 +106,7 @@ Status VcLogger_ParseSpecificer(const char** cursor, const Nucleo::Type** argTyp
     const char* digits = at;
     at = SkipDigits(at);
     if (at == digits || *at == '$') {  // Digits without '$' were the width.
-        if (*at == '$') {
+        if (at != digits) {
             ++at;
         }
         if (*at != '\0' && std::strchr(" #+-0", *at) != nullptr) {

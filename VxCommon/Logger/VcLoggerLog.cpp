@@ -32,6 +32,11 @@ Status LogFiltered(VcLogger& logger, std::uint32_t usePublic, const char* text, 
     return VcLogger_AddToMessageFilter(&logger, usePublic, text);
 }
 
+const char* MessageOf(const Nucleo::LogArgs& logArgs)
+{
+    return logArgs.message != nullptr ? logArgs.message : "";
+}
+
 std::uint32_t UsePublic(const VcLogger& logger, std::uint32_t publicFilter)
 {
     return publicFilter != 0 && logger.publicFilterEnabled != 0 ? 1 : 0;
@@ -94,7 +99,9 @@ Status VcLogger_RemoveLogHandler()
     if (!handlerInstalled.exchange(false)) {
         return ERROR_NOT_FOUND;
     }
-    return Nucleo::Log_RemoveHandler(&VcLogger_LogCallback, nullptr);
+    const Status status = Nucleo::Log_RemoveHandler(&VcLogger_LogCallback, nullptr);
+    handlerInstalled = status != OK;
+    return status;
 }
 
 Status VcLogger_LogCallback(void* /*receiver*/, const Nucleo::LogArgs& logArgs)
@@ -104,7 +111,7 @@ Status VcLogger_LogCallback(void* /*receiver*/, const Nucleo::LogArgs& logArgs)
         return OK;
     }
     const Vx::Locker locker(logger->lock);
-    const char* text = logArgs.message != nullptr ? logArgs.message : "";
+    const char* text = MessageOf(logArgs);
     if (logger->privateLoggingEnabled != 0) {
         const Status status = LogFiltered(
             *logger, 0, text, [&] { return VcLog_InsertLogArgs(logger->privateLog, logger->sourceId, &logArgs); });
@@ -130,7 +137,7 @@ Status VcLogger_LogImpl(VcLogger* logger, VcLog* log, VcLogMsgType type, std::ui
 Status VcLogger_LogImplLogArgs(VcLogger* logger, VcLog* log, std::uint32_t publicFilter, const Nucleo::LogArgs* logArgs)
 {
     const Vx::Locker locker(logger->lock);
-    return LogFiltered(*logger, UsePublic(*logger, publicFilter), logArgs->message,
+    return LogFiltered(*logger, UsePublic(*logger, publicFilter), MessageOf(*logArgs),
                        [&] { return VcLog_InsertLogArgs(log, logger->sourceId, logArgs); });
 }
 
@@ -151,7 +158,7 @@ Status VcLogger_LogfImpl(VcLogger* logger, VcLog* log, std::uint32_t structured,
             return OK;
         }
         if (structured == 0) {
-            return InsertNow(*logger, *log, type, {text, length});
+            return InsertNow(*logger, *log, type, {text, strnlen(text, length)});  // "%c" may have printed a NUL.
         }
         const Status status = InsertNow(*logger, *log, type, format);
         return status == OK ? AttachArguments(*log, format, args) : status;
@@ -162,9 +169,9 @@ Status VcLogger_LogfImplLogArgs(VcLogger* logger, VcLog* log, std::uint32_t publ
                                 const Nucleo::LogArgs* logArgs, const Nucleo::FormatArgs& args)
 {
     const Vx::Locker locker(logger->lock);
-    return LogFiltered(*logger, UsePublic(*logger, publicFilter), logArgs->message, [&] {
+    return LogFiltered(*logger, UsePublic(*logger, publicFilter), MessageOf(*logArgs), [&] {
         const Status status = VcLog_InsertLogArgs(log, logger->sourceId, logArgs);
-        return status == OK ? AttachArguments(*log, logArgs->message, args) : status;
+        return status == OK ? AttachArguments(*log, MessageOf(*logArgs), args) : status;
     });
 }
 

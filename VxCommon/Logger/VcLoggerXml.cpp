@@ -47,8 +47,8 @@ XmlNode AddElement(Nucleo::XmlDocument& document, XmlNode parent, const char* na
 {
     const XmlNode element = document.AddChild(parent, name);
     if (!element) {
-        // Without a root there is nothing to add to; below one only memory or depth can be missing.
-        *status = !document.Root() ? ERROR_STATE : ERROR_MEMORY;
+        // The names are good, so only memory can be missing when there is something to add to.
+        *status = !document.Root() ? ERROR_STATE : !parent ? ERROR_PARAMETER : ERROR_MEMORY;
     }
     return element;
 }

@@ -113,7 +113,8 @@ constexpr std::uint64_t longestUse = 1'000'000;                // Of a sample.
 constexpr std::uint64_t longestBase = 4'000'000'000;           // Between two samples that give a rate; below 2^32.
 constexpr std::uint64_t slowestTick = std::uint64_t{8} << 32;  // As rate; a slower counter would be too coarse.
 
-/// The rate of the ticks from the old sample to the new one; unchanged when they are too far apart.
+/// Learns the rate of the ticks from the old sample to the new one. It is used once two in a row agree: while a machine
+/// sleeps, its ticks may go on when its timer does not.
 void TakeRate(ClockSample& sample, std::uint64_t now, std::uint64_t ticks) noexcept
 {
     const std::uint64_t passed = now - sample.taken;
@@ -121,8 +122,11 @@ void TakeRate(ClockSample& sample, std::uint64_t now, std::uint64_t ticks) noexc
     if (passed > longestBase || ticked == 0) {
         return;
     }
-    sample.rate = (passed << 32) / ticked;
-    sample.span = sample.rate != 0 && sample.rate < slowestTick ? (longestUse << 32) / sample.rate : 0;
+    const std::uint64_t rate = (passed << 32) / ticked;
+    const std::uint64_t change = rate > sample.rate ? rate - sample.rate : sample.rate - rate;
+    const bool agrees = rate != 0 && rate < slowestTick && change <= rate / 1'000;
+    sample.span = agrees ? (longestUse << 32) / rate : 0;
+    sample.rate = rate;
 }
 
 /// Samples the clocks again and answers the timer's count at that moment.
@@ -133,10 +137,12 @@ std::uint64_t TakeSample(ClockSample& sample) noexcept
     for (int attempt = 0;; ++attempt) {
         const std::uint64_t before = MachineTimer();
         const std::uint64_t wall = Nanoseconds(CLOCK_REALTIME);
-        const std::uint64_t now = MachineTimer();
         const std::uint64_t ticks = Ticks();
-        if (now - before < 10'000 || attempt == 3) {
-            if (ticksCanBeTrusted) {
+        const std::uint64_t now = MachineTimer();
+        const bool atOnce = now - before < 10'000;
+        if (atOnce || attempt == 3) {
+            sample.span = 0;
+            if (ticksCanBeTrusted && atOnce) {
                 TakeRate(sample, now, ticks);
             }
             sample.taken = now;

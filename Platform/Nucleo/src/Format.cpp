@@ -28,7 +28,7 @@ bool IsFlag(char c)
 
 bool IsLength(char c)
 {
-    return c == 'h' || c == 'l' || c == 'q' || c == 'j' || c == 'z' || c == 't';
+    return c == 'h' || c == 'l' || c == 'q' || c == 'j' || c == 'z' || c == 't' || c == 'L' || c == 'I';
 }
 
 // Where the text goes: keeps what fits and counts all of it.
@@ -102,7 +102,13 @@ Specifier ReadSpecifier(std::string_view text)
     specifier.flagsToPrecision = text.substr(begin, at - begin);
     specifier.tooWide |= specifier.flagsToPrecision.size() > longestFlagsToPrecision;
     while (at < text.size() && IsLength(text[at])) {
-        specifier.bits = text[at] == 'h' ? specifier.bits / 2 : 64;
+        if (text[at] == 'I') {  // "I32", "I64", or "I" alone for 32 bits.
+            const std::string_view width = text.substr(at + 1, 2);
+            specifier.bits = width == "64" ? 64 : 32;
+            at += width == "64" || width == "32" ? 2 : 0;
+        } else {
+            specifier.bits = text[at] == 'h' ? specifier.bits / 2 : 64;
+        }
         ++at;
     }
     if (at < text.size()) {

@@ -2,6 +2,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <memory>
+#include <new>
 #include <vector>
 
 #include <Nucleo/Lock.h>
@@ -35,8 +36,24 @@ HandlerList& List()
     return *list;
 }
 
-// The calls that this thread is inside, innermost last: a handler that removes itself must not wait for itself.
-thread_local std::vector<const Entry*> insideOf;
+// The calls that this thread is inside, innermost first: a handler that removes itself must not wait for itself. Kept
+// on the stack, so that a line that is logged while memory or the thread ends still finds it.
+struct InsideOf
+{
+    const Entry* entry;
+    const InsideOf* outer;
+};
+constinit thread_local const InsideOf* insideOf = nullptr;
+
+/// How many calls of `entry` this thread is inside.
+int CountOwnCalls(const Entry& entry)
+{
+    int count = 0;
+    for (const InsideOf* call = insideOf; call != nullptr; call = call->outer) {
+        count += call->entry == &entry ? 1 : 0;
+    }
+    return count;
+}
 
 }  // namespace
 
@@ -52,38 +69,43 @@ Status Log_AddHandler(LogHandlerFx handler, void* receiver)
             return ERROR_ALREADY_EXISTS;
         }
     }
-    auto entries = std::make_shared<Entries>(*list.entries);
-    auto entry = std::make_shared<Entry>();
-    entry->handler = handler;
-    entry->receiver = receiver;
-    entries->push_back(std::move(entry));
-    list.entries = std::move(entries);
-    return OK;
+    try {
+        auto entries = std::make_shared<Entries>(*list.entries);
+        auto entry = std::make_shared<Entry>();
+        entry->handler = handler;
+        entry->receiver = receiver;
+        entries->push_back(std::move(entry));
+        list.entries = std::move(entries);
+        return OK;
+    } catch (const std::bad_alloc&) {
+        return ERROR_MEMORY;
+    }
 }
 
 Status Log_RemoveHandler(LogHandlerFx handler, void* receiver)
 {
     HandlerList& list = List();
-    std::shared_ptr<Entry> removed;
-    list.mutex.lock();
-    auto entries = std::make_shared<Entries>(*list.entries);
-    const auto found = std::find_if(entries->begin(), entries->end(), [&](const auto& entry) {
-        return entry->handler == handler && entry->receiver == receiver;
-    });
-    if (found == entries->end()) {
-        list.mutex.unlock();
-        return ERROR_NOT_FOUND;
+    const MutexGuard guard(list.mutex);
+    try {
+        auto entries = std::make_shared<Entries>(*list.entries);
+        const auto found = std::find_if(entries->begin(), entries->end(), [&](const auto& entry) {
+            return entry->handler == handler && entry->receiver == receiver;
+        });
+        if (found == entries->end()) {
+            return ERROR_NOT_FOUND;
+        }
+        const std::shared_ptr<Entry> removed = *found;
+        entries->erase(found);
+        list.entries = std::move(entries);
+        removed->live = false;
+        const int own = CountOwnCalls(*removed);
+        while (removed->running != own) {
+            list.callEnded.wait(list.mutex);
+        }
+        return OK;
+    } catch (const std::bad_alloc&) {
+        return ERROR_MEMORY;
     }
-    removed = *found;
-    entries->erase(found);
-    list.entries = std::move(entries);
-    removed->live = false;
-    const auto own = std::count(insideOf.begin(), insideOf.end(), removed.get());
-    while (removed->running != own) {
-        list.callEnded.wait(list.mutex);
-    }
-    list.mutex.unlock();
-    return OK;
 }
 
 void Log_Write(const LogArgs& record) noexcept
@@ -98,9 +120,10 @@ void Log_Write(const LogArgs& record) noexcept
         // Counted in before `live` is looked at: a removal that saw no call then knows that none follows.
         ++entry->running;
         if (entry->live) {
-            insideOf.push_back(entry.get());
+            const InsideOf call{entry.get(), insideOf};
+            insideOf = &call;
             entry->handler(entry->receiver, record);
-            insideOf.pop_back();
+            insideOf = call.outer;
         }
         --entry->running;
         if (!entry->live) {

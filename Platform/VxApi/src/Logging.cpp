@@ -218,4 +218,10 @@ Nucleo::Status FormatLogBuffer(std::uint64_t dateTime, std::uint64_t options, co
     return status;
 }
 
+void EscapeText(const char* text, char* buffer, std::size_t capacity) noexcept
+{
+    BoundedLine line(buffer, capacity);
+    AddEscaped(line, text != nullptr ? text : "");
+}
+
 }  // namespace Vx::Logging

@@ -34,6 +34,7 @@ TEST(FormatTest, PrintsEachKindAsThePrintfFamilyDoes)
     EXPECT_EQ(Printed("%d %s", Kind::Seven, static_cast<const char*>(nullptr)), "7 (null)");
     EXPECT_EQ(Printed("100%% of %d%%", 3), "100% of 3%");
     EXPECT_EQ(Printed("%hhd %hd %d", 257, 65537, 0x1'0000'0001LL), "1 1 1");
+    EXPECT_EQ(Printed("%I64d %I32d %Iu %Lf", 1LL << 40, 1LL << 40 | 7, 8U, 0.5), "1099511627776 7 8 0.500000");
     EXPECT_EQ(Printed("%s", std::string(5000, 'a')), std::string(5000, 'a'));
 }
 

@@ -1,6 +1,5 @@
 // The logs resources through the router, with request values and no socket.
 
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -173,6 +172,8 @@ TEST_F(LogsDirTest, ListenersOfTheSummary)
     EXPECT_THAT(captured.Texts("Protocol/Logs/LogRes"),
                 testing::Contains(testing::HasSubstr("no room for the notice")));
     EXPECT_EQ(captured.Lines().at(0).options, 0x8000000000000002U);
+    const auto odd = resource.NotificationEvent().Subscribe([](VxRest::EventType, const std::string&) { throw 5; });
+    EXPECT_EQ(VxCommon::Internal::LogSummaryRes::OnLogSummaryChanged(&resource, nullptr, &added), ERROR_STATE);
 }
 
 TEST_F(LogsDirTest, LeavesNothingBehind)

@@ -35,11 +35,13 @@ inline constexpr std::uint64_t Debug = std::uint64_t{1} << 63;   ///< Written th
 /// failing handler does not stop the others.
 using LogHandlerFx = Status (*)(void* receiver, const LogArgs& record);
 
-/// Adds a handler at the end of the list. ERROR_ALREADY_EXISTS when the same pair is there already.
+/// Adds a handler at the end of the list. ERROR_ALREADY_EXISTS when the same pair is there already,
+/// ERROR_MEMORY.
 Status Log_AddHandler(LogHandlerFx handler, void* receiver);
 
 /// Removes a handler and waits until no other thread is inside it, so that its receiver may be destroyed afterwards.
-/// Called from inside the handler itself it does not wait for that call. ERROR_NOT_FOUND when the pair is not there.
+/// Called from inside the handler itself it does not wait for that call. ERROR_NOT_FOUND when the pair is not there,
+/// ERROR_MEMORY, and the handler stays.
 Status Log_RemoveHandler(LogHandlerFx handler, void* receiver);
 
 /// Hands a record to every handler, in the order in which they were added.
