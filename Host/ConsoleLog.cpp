@@ -26,7 +26,8 @@ Nucleo::Status ConsoleLog::OnRecord(void* receiver, const Nucleo::LogArgs& recor
         return Nucleo::OK;
     }
     try {
-        const std::string line = Vx::Logging::FormatLogBuffer(record) + "\n";
+        const std::string line =
+            Vx::Logging::FormatLogLine(record.dateTime, record.options, record.source, record.message) + "\n";
         std::fwrite(line.data(), 1, line.size(), stderr);  // One call a line: lines of two threads do not mix.
         return Nucleo::OK;
     } catch (const std::exception&) {

@@ -45,6 +45,7 @@ void DomainInfo::Begin(PersistDomain domain, VxCommon::IPersistStore& store)
     Write(store, 0);
     const Nucleo::MutexGuard guard(mutex_);
     saves_.at(Index(domain)) = 0;
+    begun_.at(Index(domain)) = true;
 }
 
 void DomainInfo::Save(PersistDomain domain, VxCommon::IPersistStore& store)
@@ -81,12 +82,19 @@ void DomainInfo::Load(PersistDomain domain, const VxCommon::IPersistStore& store
     }
     const Nucleo::MutexGuard guard(mutex_);
     saves_.at(Index(domain)) = saves;
+    begun_.at(Index(domain)) = false;
 }
 
 std::uint64_t DomainInfo::Saves(PersistDomain domain) const
 {
     const Nucleo::MutexGuard guard(mutex_);
     return saves_.at(Index(domain));
+}
+
+bool DomainInfo::HasBegun(PersistDomain domain) const
+{
+    const Nucleo::MutexGuard guard(mutex_);
+    return begun_.at(Index(domain));
 }
 
 void DomainInfo::Write(VxCommon::IPersistStore& store, std::uint64_t saves) const

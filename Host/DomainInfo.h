@@ -33,11 +33,15 @@ public:
     /// How often the domain's present content has been saved.
     std::uint64_t Saves(VxCommon::PersistDomain domain) const;
 
+    /// Whether the domain's present content began anew, and was not loaded.
+    bool HasBegun(VxCommon::PersistDomain domain) const;
+
 private:
     void Write(VxCommon::IPersistStore& store, std::uint64_t saves) const;
 
     mutable Nucleo::Mutex mutex_;
     std::array<std::uint64_t, 3> saves_ VX_GUARDED_BY(mutex_){};
+    std::array<bool, 3> begun_ VX_GUARDED_BY(mutex_){};
 };
 
 }  // namespace VxHost

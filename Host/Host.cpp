@@ -5,13 +5,19 @@
 
 #include <VxApi/Exception.h>
 #include <VxApi/Logging.h>
+#include <VxCommon/Protocol/Logs/LogsDir.h>
 #include <VxCommon/Protocol/Persistence/PersistDir.h>
+#include <VxCommon/Protocol/Problems/ProblemsDir.h>
 #include <VxRest/HttpServer.h>
 #include <VxRest/ResourceRouter.h>
 
+#include "AppInfo.h"
 #include "AutoSaveWatch.h"
 #include "DomainHandler.h"
 #include "HostResources.h"
+#include "LogFilterWatch.h"
+#include "ProblemSources.h"
+#include "ServiceConfiguration.h"
 #include "SettingGroups.h"
 #include "StateLoader.h"
 #include "UpdateCounter.h"
@@ -39,8 +45,13 @@ auto Start(ExitCode code, Action action)
 VxCommon::TesselSystem OpenSystem(const HostOptions& options)
 {
     Start(ExitCode::Usage, [&] { VxRest::HttpServer::Check(options.server); });
-    return Start(ExitCode::Data,
-                 [&] { return MakeVirtualController(OpenDataFolder(options.dataFolder), options.nodes); });
+    return Start(ExitCode::Data, [&] {
+        auto storage = OpenDataFolder(options.dataFolder);
+        if (options.application == VxCommon::TesselSystem::ApplicationType::PixoraService) {
+            CreateServiceConfiguration(options);
+        }
+        return MakeVirtualController(std::move(storage), options.nodes, options.application);
+    });
 }
 
 }  // namespace
@@ -50,14 +61,20 @@ struct Host::Parts
 {
     explicit Parts(const HostOptions& options) : system(OpenSystem(options))
     {
-        Start(ExitCode::Failure, [&] { LoadState(manager, system, watch); });
+        Start(ExitCode::Failure, [&] { RecordAppInfo(options.dataFolder); });
+        std::vector<std::string> damaged =
+            Start(ExitCode::Failure, [&] { return LoadState(manager, system, info, watch); });
+        checker.emplace(problems, options.storage, MakeProblemSources(options, manager, watch, std::move(damaged)));
         jobs.emplace(router, manager);
+        logs.emplace().Register(router);
+        problemsDir.emplace(problems).Register(router);
         resources.emplace(router, std::vector<Setting*>{&acquisition, &network, &layout},
                           StatusResource::Facts{options.dataFolder, options.nodes + 1}, manager, watch);
         Start(ExitCode::Network, [&] { server.emplace(router, options.server); });
         resources->Status().SetServer(*server);
     }
 
+    LogFilterWatch filterWatch;
     UpdateCounter updates;
     VxCommon::TesselSystem system;
     VxCommon::PersistManager manager{system, updates};
@@ -67,8 +84,12 @@ struct Host::Parts
     DomainInfo info;
     DomainHandler domains{{&acquisition, &network, &layout}, info, manager};
     AutoSaveWatch watch{manager};
+    VxCommon::ProblemsManager problems;
+    std::optional<ProblemChecker> checker;
     VxRest::ResourceRouter router;
     std::optional<VxCommon::PersistDir> jobs;
+    std::optional<VxCommon::LogsDir> logs;
+    std::optional<VxCommon::ProblemsDir> problemsDir;
     std::optional<HostResources> resources;
     std::optional<VxRest::HttpServer> server;
 };
@@ -92,6 +113,8 @@ std::vector<std::string> Host::Stop()
     }
     parts_->server->Stop();
     parts_->resources.reset();
+    parts_->problemsDir.reset();
+    parts_->logs.reset();
     parts_->jobs.reset();
     try {
         parts_->manager.Shutdown();

@@ -23,7 +23,7 @@ private:
     ExitCode code_;
 };
 
-/// Made, stopped and destroyed by one thread.
+/// Made, stopped and destroyed by one thread, while there is a ProcessLog.
 class Host
 {
 public:

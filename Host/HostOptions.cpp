@@ -9,12 +9,17 @@
 
 #include <CLI/CLI.hpp>
 
+#include <VxApi/Exception.h>
+
+#include "ServiceConfiguration.h"
 #include "Version.h"
 
 namespace VxHost
 {
 namespace
 {
+
+using Application = VxCommon::IPlatformAttributes::ApplicationType;
 
 constexpr std::uint32_t maxNodes = 256;
 constexpr std::size_t maxTokenSize = 4096;
@@ -86,6 +91,23 @@ void AddServerLimits(CLI::App& app, VxRest::HttpServerOptions& server)
     AddTime(app, "--heartbeat", server.noticeHeartbeat, "Time between signs of life on notice streams");
 }
 
+void AddStorageLimits(CLI::App& app, StorageLimits& storage)
+{
+    const auto addPercent = [&app](const char* name, std::uint32_t& value, const char* description) {
+        app.add_option(name, value, description)
+            ->type_name("PERCENT")
+            ->check(CLI::Range(std::uint32_t{0}, std::uint32_t{100}).description(""))
+            ->capture_default_str()
+            ->group("Problems");
+    };
+    addPercent("--storage-warning", storage.warning, "A storage fuller than this is a potential problem");
+    addPercent("--storage-limit", storage.blocking, "A storage fuller than this is a blocking problem");
+    app.add_option("--storage-size", storage.size, "Bytes that the data folder may take; 0 for all of its file system")
+        ->type_name("N")
+        ->capture_default_str()
+        ->group("Problems");
+}
+
 }  // namespace
 
 std::optional<ExitCode> ParseOptions(int count, const char* const* arguments, HostOptions& options)
@@ -102,12 +124,22 @@ std::optional<ExitCode> ParseOptions(int count, const char* const* arguments, Ho
         ->type_name("DIR")
         ->capture_default_str()
         ->check([](const std::string& text) { return text.empty() ? "the folder's name is empty" : ""; });
-    app.add_option("--address", options.server.address, "IP address to listen on; any but loopback needs a token")
-        ->type_name("A")
-        ->capture_default_str();
-    app.add_option("--port", options.server.port, "Port to listen on; 0 for one that is free")
-        ->type_name("N")
-        ->capture_default_str();
+    const std::map<std::string, Application> applications{{"sensor", Application::PixoraFirmware},
+                                                          {"service", Application::PixoraService}};
+    std::string application = "sensor";
+    app.add_option("--app", application,
+                   "What to run as: sensor, or service, which takes port, address and log level from StudioAppCfg.xml "
+                   "in the data folder where they are not given here")
+        ->type_name("APP")
+        ->capture_default_str()
+        ->check(CLI::IsMember(applications).description(""));
+    const CLI::Option* address =
+        app.add_option("--address", options.server.address, "IP address to listen on; any but loopback needs a token")
+            ->type_name("A")
+            ->capture_default_str();
+    const CLI::Option* port = app.add_option("--port", options.server.port, "Port to listen on; 0 for one that is free")
+                                  ->type_name("N")
+                                  ->capture_default_str();
     app.add_option("--nodes", options.nodes, "Simulated nodes beside the local one")
         ->type_name("N")
         ->check(CLI::Range(std::uint32_t{0}, maxNodes).description(""))
@@ -120,16 +152,23 @@ std::optional<ExitCode> ParseOptions(int count, const char* const* arguments, Ho
                                                            {"warning", Vx::Logging::Level::Warning},
                                                            {"info", Vx::Logging::Level::Info}};
     std::string level = "warning";
-    app.add_option("--log-level", level, "What is logged to stderr: error, warning or info")
-        ->type_name("L")
-        ->capture_default_str()
-        ->check(CLI::IsMember(levels).description(""));
+    const CLI::Option* logLevel =
+        app.add_option("--log-level", level, "What is logged to stderr: error, warning or info")
+            ->type_name("L")
+            ->capture_default_str()
+            ->check(CLI::IsMember(levels).description(""));
+    AddStorageLimits(app, options.storage);
     AddServerLimits(app, options.server);
 
     try {
         app.parse(count, arguments);
         options.dataFolder = dataFolder;
         options.logLevel = levels.at(level);
+        options.application = applications.at(application);
+        if (options.application == Application::PixoraService) {
+            ApplyServiceConfiguration(
+                options, {static_cast<bool>(*address), static_cast<bool>(*port), static_cast<bool>(*logLevel)});
+        }
         if (*token) {
             options.server.token = ReadToken(tokenFile);
         }
@@ -139,6 +178,9 @@ std::optional<ExitCode> ParseOptions(int count, const char* const* arguments, Ho
         return ExitCode::Success;
     } catch (const CLI::ParseError& mistake) {
         std::fprintf(stderr, "vxhost: %s\nvxhost --help lists the options.\n", mistake.what());
+        return ExitCode::Usage;
+    } catch (const Vx::Exception& mistake) {
+        std::fprintf(stderr, "vxhost: %s\n", mistake.what());
         return ExitCode::Usage;
     }
 }

@@ -6,6 +6,7 @@
 #include <optional>
 
 #include <VxApi/Logging.h>
+#include <VxCommon/PlatformAttributes/IPlatformAttributes.h>
 #include <VxRest/HttpServer.h>
 
 namespace VxHost
@@ -16,22 +17,34 @@ enum class ExitCode : int
 {
     Success = 0,
     Failure = 1,  ///< Anything else.
-    Usage = 2,    ///< Unusable options, or an unusable token file.
+    Usage = 2,    ///< Unusable options, or an unusable file that they name or that configures the service.
     Data = 3,     ///< The data folder cannot be used, or another vxhost uses it.
     Network = 4,  ///< The address or port cannot be listened on.
     Unsaved = 5,  ///< State could not be saved at the end.
 };
 
+/// From when on a full storage is a problem.
+struct StorageLimits
+{
+    std::uint32_t warning = 90;   ///< Above this many percent it may become one.
+    std::uint32_t blocking = 98;  ///< Above this many percent it is one.
+    std::uint64_t size = 0;       ///< Bytes that the data folder may take; 0: what its file system has.
+};
+
 struct HostOptions
 {
     std::filesystem::path dataFolder = "vxhost-data";
+    VxCommon::IPlatformAttributes::ApplicationType application =
+        VxCommon::IPlatformAttributes::ApplicationType::PixoraFirmware;
     std::uint32_t nodes = 0;  ///< Simulated nodes beside the local one.
     Vx::Logging::Level logLevel = Vx::Logging::Level::Warning;
+    StorageLimits storage;
     VxRest::HttpServerOptions server;
 };
 
-/// Reads the command line and the token file that it names. Gives the exit code with which to end at once: after --help
-/// or --version, which print to stdout, and after a mistake, which is explained on stderr.
+/// Reads the command line, the token file that it names, and for the service its configuration file. Gives the exit
+/// code with which to end at once: after --help or --version, which print to stdout, and after a mistake, which is
+/// explained on stderr.
 std::optional<ExitCode> ParseOptions(int count, const char* const* arguments, HostOptions& options);
 
 }  // namespace VxHost

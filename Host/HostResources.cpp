@@ -25,7 +25,7 @@ HostResources::HostResources(VxRest::ResourceRouter& router, const std::vector<S
     : router_(router),
       settingsLinks_(Paths(settings)),
       status_(std::move(facts), manager, watch),
-      root_({"/jobs", "/notifications", "/settings", "/status"})
+      root_({"/jobs", "/logs", "/notifications", "/problems", "/settings", "/status"})
 {
     for (Setting* setting : settings) {
         settings_.emplace_back(*setting);

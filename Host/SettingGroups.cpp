@@ -1,23 +1,28 @@
 #include "SettingGroups.h"
 
+#include <Nucleo/ArrayList.h>
 #include <TesselLib/Address.h>
 #include <VxApi/Exception.h>
+#include <VxCommon/VcUtils/VcUtils.h>
 
 namespace VxHost
 {
 namespace
 {
 
-// The address as a number; 0 for a text that is no address.
-std::uint32_t Number(const std::string& text)
+TesselLib::IpAddress ToAddress(const AddressText& text)
 {
     TesselLib::IpAddress address;
-    static_cast<void>(TesselLib::IpAddress_Parse(&address, text));
-    std::uint32_t number = 0;
-    for (const std::uint8_t byte : address.bytes) {
-        number = number << 8U | byte;
-    }
-    return number;
+    VX_CHECK(TesselLib::IpAddress_Parse(&address, text.Get()));
+    return address;
+}
+
+bool IsGatewayReachable(const TesselLib::IpConfig& config)
+{
+    Nucleo::Handle<Nucleo::ArrayList<TesselLib::IpConfig>> list;
+    VX_CHECK(Nucleo::ArrayList<TesselLib::IpConfig>::Make(list.Receive(), 1, nullptr));
+    VX_CHECK(list->Append(config));
+    return VcUtils_ValidateGatewayReachability(list.Get());
 }
 
 void RequireOnSensor(const char* what, std::uint64_t begin, std::uint64_t length, std::uint64_t sensor)
@@ -35,7 +40,7 @@ void AddressText::Validate(const std::string& value) const
     Value::Validate(value);
     TesselLib::IpAddress address;
     if (TesselLib::IpAddress_Parse(&address, value) != Nucleo::OK) {
-        VX_THROW(Nucleo::ERROR_PARAMETER, "%s must be an address such as \"192.168.1.10\", but is \"%s\".", Name(),
+        VX_THROW(Nucleo::ERROR_PARAMETER, "%s must be an address such as \"192.168.1.10\", but is \"%.64s\".", Name(),
                  value);
     }
 }
@@ -48,14 +53,17 @@ void AcquisitionSettings::CheckTogether() const
 
 void NetworkSettings::CheckTogether() const
 {
-    const std::uint32_t bits = Number(mask.Get());
-    const std::uint32_t hosts = ~bits;
-    if ((hosts & (hosts + 1)) != 0) {
+    const TesselLib::IpConfig config{ToAddress(address), ToAddress(mask), ToAddress(gateway),
+                                     dhcp.Get() ? TesselLib::IpMode::Dhcp : TesselLib::IpMode::Manual};
+    if (!VcUtils_ValidateSubnetMask(config.mask.bytes.data())) {
         VX_THROW(Nucleo::ERROR_PARAMETER,
                  "mask must be ones followed by zeros, such as \"255.255.255.0\", but is \"%s\".", mask.Get());
     }
-    const std::uint32_t way = Number(gateway.Get());
-    if (!dhcp.Get() && way != 0 && (way & bits) != (Number(address.Get()) & bits)) {
+    if (!VcUtils_ValidateIpConfig(&config)) {
+        VX_THROW(Nucleo::ERROR_PARAMETER,
+                 "address \"%s\" is none that an interface can have: it starts with 127 or 255.", address.Get());
+    }
+    if (!dhcp.Get() && !IsGatewayReachable(config)) {
         VX_THROW(Nucleo::ERROR_PARAMETER, "gateway \"%s\" is not in the subnet of address \"%s\" with mask \"%s\".",
                  gateway.Get(), address.Get(), mask.Get());
     }

@@ -90,7 +90,8 @@ struct NetworkSettings final : SettingGroup
 {
     NetworkSettings() : SettingGroup("Network") {}
 
-    /// The mask must be ones and then zeros; without DHCP the gateway, unless it is 0.0.0.0, must be reachable.
+    /// The mask must be ones and then zeros, some of each; without DHCP the address must be one of an interface, and
+    /// the gateway, unless it is 0.0.0.0, reachable.
     void CheckTogether() const override;
 
     Vx::Params::Value<std::string> name{

@@ -1,5 +1,8 @@
 #include "SettingResource.h"
 
+#include <VxApi/Exception.h>
+#include <VxApi/Logging.h>
+
 namespace VxHost
 {
 
@@ -20,7 +23,15 @@ nlohmann::json SettingResource::Document(const VxRest::RequestInfo& request, VxR
 
 void SettingResource::UpdateDocument(const VxRest::RequestInfo& /*request*/, const nlohmann::json& document)
 {
-    setting_.Update(document);
+    try {
+        setting_.Update(document);
+    } catch (const Vx::Exception& exception) {
+        if (exception.Status() == Nucleo::ERROR_PARAMETER) {
+            Vx::Logging::Public(Vx::Logging::Level::Warning, "Settings", "A change of %s was refused: %s",
+                                setting_.Name(), exception.what());
+        }
+        throw;
+    }
 }
 
 }  // namespace VxHost

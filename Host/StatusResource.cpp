@@ -4,6 +4,8 @@
 #include <system_error>
 #include <utility>
 
+#include <VxCommon/Logger/VcLogger.h>
+
 #include "Version.h"
 
 namespace VxHost
@@ -29,6 +31,12 @@ struct StatusProperties final : Vx::Params::Group
     Value<bool> workspaceUnsaved{*this, "workspaceUnsaved", {.title = "WORKSPACE waits to be saved", .readOnly = true}};
     Value<bool> jobUnsaved{*this, "jobUnsaved", {.title = "The loaded job is modified", .readOnly = true}};
     Value<std::uint64_t> failedSaves{*this, "failedSaves", {.title = "Failed saves of what waits", .readOnly = true}};
+    Value<std::uint64_t> publicLogLastId{
+        *this, "publicLogLastId", {.title = "Newest entry of the public log", .readOnly = true}};
+    Value<std::uint64_t> privateLogLastId{
+        *this, "privateLogLastId", {.title = "Newest entry of the private log", .readOnly = true}};
+    Value<std::uint64_t> logFilterTexts{
+        *this, "logFilterTexts", {.title = "Texts that the log filters remember", .readOnly = true}};
     Value<std::uint64_t> requests{*this, "requests", {.title = "HTTP requests so far", .readOnly = true}};
     Value<std::uint64_t> connections{*this, "connections", {.title = "HTTP connections", .readOnly = true}};
     Value<std::uint64_t> noticeStreams{*this, "noticeStreams", {.title = "Notice streams", .readOnly = true}};
@@ -36,6 +44,14 @@ struct StatusProperties final : Vx::Params::Group
     Value<std::uint64_t> slowClients{
         *this, "slowClients", {.title = "Notice streams cut off as too slow", .readOnly = true}};
 };
+
+void FillLogs(StatusProperties& status)
+{
+    const Vx::Locker locker = VcLogger_GetLock();
+    status.publicLogLastId.Fill(VcLog_LastId(VcLogger_PublicLog()));
+    status.privateLogLastId.Fill(VcLog_LastId(VcLogger_PrivateLog()));
+    status.logFilterTexts.Fill(VcLogger_FilterCount());
+}
 
 std::uint64_t FreeSpace(const std::filesystem::path& folder)
 {
@@ -62,6 +78,7 @@ nlohmann::json StatusResource::Document(const VxRest::RequestInfo& request, VxRe
     status.workspaceUnsaved.Fill(watch_.IsWaiting(PersistDomain::WORKSPACE));
     status.jobUnsaved.Fill(manager_.HasUnsavedChanges(PersistDomain::JOB));
     status.failedSaves.Fill(watch_.FailedSaves(PersistDomain::GLOBAL) + watch_.FailedSaves(PersistDomain::WORKSPACE));
+    FillLogs(status);
     if (const VxRest::HttpServer* server = server_) {
         const VxRest::HttpServerStatistics counters = server->Statistics();
         status.requests.Fill(counters.requests);

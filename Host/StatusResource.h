@@ -15,7 +15,8 @@
 namespace VxHost
 {
 
-/// "/status": how the host is doing. Safe on any thread; not immediate, since it asks the manager and the file system.
+/// "/status": how the host is doing. Safe on any thread; not immediate, since it asks the manager, the logger and the
+/// file system.
 class StatusResource final : public VxRest::DocumentResourceBase
 {
 public:

@@ -40,7 +40,8 @@ std::unique_ptr<TesselLib::Storage> OpenDataFolder(const std::filesystem::path& 
     return storage;
 }
 
-VxCommon::TesselSystem MakeVirtualController(std::unique_ptr<TesselLib::Storage> storage, std::uint32_t simulatedNodes)
+VxCommon::TesselSystem MakeVirtualController(std::unique_ptr<TesselLib::Storage> storage, std::uint32_t simulatedNodes,
+                                             VxCommon::TesselSystem::ApplicationType application)
 {
     std::vector<TesselLib::VirtualNodeDescription> nodes;
     nodes.push_back(DescribeNode(LocalNodeId));
@@ -53,7 +54,7 @@ VxCommon::TesselSystem MakeVirtualController(std::unique_ptr<TesselLib::Storage>
     Vx::Object<void*> owner(static_cast<Nucleo::Object*>(system));
     TesselLib::Node* local = nullptr;
     VX_CHECK(system->FindNode(LocalNodeId, &local));
-    return {std::move(owner), local, VxCommon::TesselSystem::ApplicationType::PixoraFirmware, nullptr};
+    return {std::move(owner), local, application, nullptr};
 }
 
 }  // namespace VxHost

@@ -18,7 +18,9 @@ inline constexpr std::uint32_t LocalNodeId = 100;
 /// another process holds the folder.
 std::unique_ptr<TesselLib::Storage> OpenDataFolder(const std::filesystem::path& dataFolder);
 
-/// Builds the system: the local node keeps its files in `storage`, the `simulatedNodes` others have none.
-VxCommon::TesselSystem MakeVirtualController(std::unique_ptr<TesselLib::Storage> storage, std::uint32_t simulatedNodes);
+/// Builds the system for an application of this type: the local node keeps its files in `storage`, the
+/// `simulatedNodes` others have none.
+VxCommon::TesselSystem MakeVirtualController(std::unique_ptr<TesselLib::Storage> storage, std::uint32_t simulatedNodes,
+                                             VxCommon::TesselSystem::ApplicationType application);
 
 }  // namespace VxHost

@@ -4,14 +4,21 @@
 #include <csignal>
 #include <cstdio>
 
+#include <VxApi/Logging.h>
+
 #include "ConsoleLog.h"
 #include "Host.h"
 #include "HostOptions.h"
+#include "ProcessLog.h"
+#include "Version.h"
 
 namespace
 {
 
+using Vx::Logging::Level;
 using VxHost::ExitCode;
+
+constexpr const char* LogCategory = "Host";
 
 /// Blocks the signals that end the host, in this thread and all that it will start: they wait until somebody asks for
 /// them, so one that comes during the start or during the stop interrupts nothing.
@@ -34,13 +41,19 @@ std::string UrlOf(const std::string& address, unsigned port)
 
 ExitCode Run(const VxHost::HostOptions& options, const sigset_t& endSignals)
 {
-    const VxHost::ConsoleLog log(options.logLevel);
+    const VxHost::ProcessLog log;
+    const VxHost::ConsoleLog console(options.logLevel);
+    Vx::Logging::Public(Level::Info, LogCategory, "vxhost %s starts on the data folder \"%s\".", VxHost::Version,
+                        options.dataFolder.string());
     VxHost::Host host(options);
-    std::printf("vxhost: listening on %s\n", UrlOf(options.server.address, host.Port()).c_str());
+    const std::string url = UrlOf(options.server.address, host.Port());
+    Vx::Logging::Public(Level::Info, LogCategory, "vxhost listens on %s.", url);
+    std::printf("vxhost: listening on %s\n", url.c_str());
     std::fflush(stdout);
 
     int signal = 0;
     sigwait(&endSignals, &signal);
+    Vx::Logging::Public(Level::Info, LogCategory, "vxhost stops after %s.", signal == SIGINT ? "SIGINT" : "SIGTERM");
 
     const std::vector<std::string> unsaved = host.Stop();
     for (const std::string& message : unsaved) {

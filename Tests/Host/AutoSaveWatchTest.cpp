@@ -1,10 +1,3 @@
-#include <chrono>
-
-#include <gtest/gtest.h>
-
-#include <VxTestSupport/LogCapture.h>
-#include <VxTestSupport/ManualTime.h>
-
 #include "Rig.h"
 
 namespace VxHostTest
@@ -12,12 +5,7 @@ namespace VxHostTest
 namespace
 {
 
-using VxTestSupport::FileOp;
-using VxTestSupport::ScopedManualTime;
-using VxTestSupport::TestSystem;
-using namespace std::chrono_literals;
-
-class AutoSaveWatchTest : public testing::Test
+class AutoSaveWatchTest : public RigTest
 {
 protected:
     void Change() { rig.network.Update({{"name", "n" + std::to_string(++changes)}}); }
@@ -34,9 +22,6 @@ protected:
         }
     }
 
-    ScopedManualTime time;
-    TestSystem platform;
-    Rig rig{platform};
     int changes = 0;
 };
 

@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <csignal>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <thread>
@@ -49,7 +48,6 @@ std::vector<std::string> Notices(EventReader& reader, int count)
         if (!event) {
             break;
         }
-        EXPECT_EQ(event->Json().at("type"), event->event == "created" ? 1 : event->event == "updated" ? 2 : 3);
         notices.push_back(event->event + " " + event->Json().at("path").get<std::string>());
     }
     return notices;
@@ -76,7 +74,7 @@ TEST(HostEndToEndTest, EntryPointsLinkToWhatThereIs)
 {
     const TemporaryFolder folder;
     HostProcess host(folder.Path() / "data", {"--nodes", "3"});
-    for (const auto& [target, count] : {std::pair{"/", 4U}, {"/settings", 3U}}) {
+    for (const auto& [target, count] : {std::pair{"/", 6U}, {"/settings", 3U}}) {
         const json links = host.Get(target).Json().at("_links");
         EXPECT_EQ(links.at("self").at("href"), target);
         EXPECT_EQ(links.at("item").size(), count);
@@ -119,7 +117,6 @@ TEST(HostEndToEndTest, CommandLineMistakesAreExplained)
         {{"--port", "65536"}, 2, "--port"},
         {{"--nodes", "257"}, 2, "--nodes"},
         {{"--workers", "-1"}, 2, "--workers: must not be negative"},
-        {{"--idle-timeout", "0"}, 2, "--idle-timeout"},
         {{"--max-json-depth", "100000"}, 2, "jsonDepth"},
         {{"surplus"}, 2, "surplus"},
         {{"--data", ""}, 2, "--data"},
@@ -153,7 +150,11 @@ TEST(HostEndToEndTest, CommandLineMistakesAreExplained)
     EXPECT_EQ(other.Get("/jobs").status, 200) << "the first host is not disturbed by the second";
 
     HostProcess guarded(folder.Path() / "guarded", {"--token-file", path("token"), "--max-body-bytes", "20"});
-    EXPECT_EQ(guarded.Get("/jobs").status, 401);
+    for (const char* target : {"/jobs", "/none", "/notifications"}) {
+        const HttpReply refused = guarded.Get(target);
+        EXPECT_EQ(refused.status, 401) << target;
+        EXPECT_EQ(refused.Header("WWW-Authenticate"), "Bearer realm=\"VxRest\"");
+    }
     const VxTestSupport::HttpHeaders token = {{"Authorization", "Bearer secret"}};
     EXPECT_EQ(guarded.Request("GET", "/jobs", {}, token).status, 200);
     EXPECT_EQ(guarded.Request("PUT", "/settings/layout", R"({"page":"more than twenty"})", token).status, 413);
@@ -238,32 +239,6 @@ TEST(HostEndToEndTest, KillDuringWritesLeavesOldOrNewStateAndAllThatWasConfirmed
         EXPECT_THAT(entry.path().filename().string(),
                     testing::AnyOf("A.vpjob", "Global.tar", "PersistRecord.xml", "Workspace.vpws"));
     }
-}
-
-TEST(HostEndToEndTest, AnswersSoonAfterTheStartWithAThousandJobs)
-{
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    constexpr std::chrono::milliseconds limit{5000};
-#else
-    constexpr std::chrono::milliseconds limit{300};
-#endif
-    const TemporaryFolder folder;
-    const fs::path data = folder.Path() / "data";
-    fs::create_directories(data / "user");
-    for (int i = 0; i < 1000; ++i) {
-        WriteFile(data / "user" / ("job" + std::to_string(i) + ".vpjob"), std::string(10'000, 'x'));
-    }
-    // Other processes may take the processor away: one start of several within the limit shows what the host needs.
-    std::chrono::milliseconds best = std::chrono::hours(1);
-    for (int attempt = 0; attempt < 8 && best >= limit; ++attempt) {
-        const auto begin = std::chrono::steady_clock::now();
-        const HostProcess host(data);
-        ASSERT_EQ(host.Get("/jobs").Json().at("_links").at("item").size(), 1000U);
-        best = std::min(
-            best, std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begin));
-    }
-    EXPECT_LT(best, limit);
-    RecordProperty("milliseconds", static_cast<int>(best.count()));
 }
 
 }  // namespace

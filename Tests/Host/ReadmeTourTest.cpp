@@ -10,9 +10,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <regex>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -96,6 +98,13 @@ std::string RunCommand(const std::string& folder, const std::string& command)
     return output;
 }
 
+/// What stands between the program and the "&" at the end.
+std::vector<std::string> ArgumentsOf(const std::string& command)
+{
+    std::istringstream words(command.substr(0, command.rfind('&')));
+    return {std::next(std::istream_iterator<std::string>(words)), std::istream_iterator<std::string>()};
+}
+
 TEST(ReadmeTourTest, CommandsAnswerAsThePageShows)
 {
     const std::vector<Step> steps = ReadTour(VX_README);
@@ -109,7 +118,7 @@ TEST(ReadmeTourTest, CommandsAnswerAsThePageShows)
             host->Kill();
             done += "kill, ";
         } else if (step.command.starts_with("scripts/run")) {
-            host.emplace(folder.Path() / "data");
+            host.emplace(folder.Path() / "data", ArgumentsOf(step.command));
             output = host->ReadyLine();
             done += "start";
         } else {

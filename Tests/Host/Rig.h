@@ -1,6 +1,7 @@
 #pragma once
 // The host's state without its server: settings over a persist manager over a storage in memory.
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -15,20 +16,25 @@
 #include <Host/UpdateCounter.h>
 #include <VxApi/Exception.h>
 #include <VxCommon/Persistence/PersistUtils.h>
+#include <VxTestSupport/LogCapture.h>
+#include <VxTestSupport/ManualTime.h>
 #include <VxTestSupport/TestSystem.h>
 
 namespace VxHostTest
 {
 
 using VxCommon::PersistDomain;
+using VxTestSupport::FileOp;
+using VxTestSupport::TestSystem;
+using namespace std::chrono_literals;
 
 /// One run of the host. Several, one after the other, on the same platform are a host that was started again.
 struct Rig
 {
-    explicit Rig(VxTestSupport::TestSystem& testSystem, bool load = true) : platform(testSystem)
+    explicit Rig(TestSystem& testSystem, bool load = true) : platform(testSystem)
     {
         if (load) {
-            VxHost::LoadState(manager, system, watch);
+            VxHost::LoadState(manager, system, info, watch);
         }
     }
 
@@ -39,7 +45,7 @@ struct Rig
         return VxCommon::PersistUtils::DearchiveStore(data.data(), data.size()).Exists(item);
     }
 
-    VxTestSupport::TestSystem& platform;
+    TestSystem& platform;
     VxHost::UpdateCounter updates;
     VxCommon::TesselSystem system{Vx::Object<void*>(platform.NewSystemReference()), &platform.Node(),
                                   VxCommon::TesselSystem::ApplicationType::PixoraFirmware, nullptr};
@@ -53,6 +59,15 @@ struct Rig
     VxHost::DomainInfo info;
     VxHost::DomainHandler domains{{&acquisition, &network, &layout}, info, manager};
     VxHost::AutoSaveWatch watch{manager};
+};
+
+/// A host whose time stands still unless the test advances it.
+class RigTest : public testing::Test
+{
+protected:
+    VxTestSupport::ScopedManualTime time;
+    TestSystem platform;
+    Rig rig{platform};
 };
 
 /// Matches an action that throws a Vx::Exception with this status and, somewhere in it, this text.

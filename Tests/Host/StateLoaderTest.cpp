@@ -1,10 +1,3 @@
-#include <chrono>
-
-#include <gtest/gtest.h>
-
-#include <VxTestSupport/LogCapture.h>
-#include <VxTestSupport/ManualTime.h>
-
 #include "Rig.h"
 
 namespace VxHostTest
@@ -12,11 +5,7 @@ namespace VxHostTest
 namespace
 {
 
-using VxTestSupport::FileOp;
 using VxTestSupport::MemoryStorage;
-using VxTestSupport::ScopedManualTime;
-using VxTestSupport::TestSystem;
-using namespace std::chrono_literals;
 
 class StateLoaderTest : public testing::Test
 {
@@ -37,12 +26,18 @@ protected:
 
     MemoryStorage& Storage() { return platform.Storage(); }
 
-    ScopedManualTime time;
+    VxTestSupport::ScopedManualTime time;
     TestSystem platform;
 };
 
 TEST_F(StateLoaderTest, DamagedFilesGiveWayToDefaultsAndAreKeptForDiagnosis)
 {
+    // What an archive looks like when a header in its middle is damaged: everything behind it is gone.
+    const auto image = [](const std::vector<std::pair<std::string, std::string>>& items) {
+        const auto bytes = ImageOf(items);
+        return std::string(bytes.begin(), bytes.end());
+    };
+    const char* const network = R"({"version":1,"values":{"name":"lost"}})";
     const struct
     {
         std::string file;
@@ -57,6 +52,12 @@ TEST_F(StateLoaderTest, DamagedFilesGiveWayToDefaultsAndAreKeptForDiagnosis)
         {"PersistRecord.xml", "", "bench", 250, 1000, "", "The persist record cannot be read"},
         {"PersistRecord.xml", "<PersistRecord/>", "bench", 250, 1000, "", "The persist record cannot be read"},
         {"Global.tar", "junk", "virtual-controller", 250, 2500, "A", "Load GLOBAL failed"},
+        {"Global.tar", image({}), "virtual-controller", 250, 2500, "A", "Load GLOBAL failed"},
+        {"Global.tar", image({{"/network/settings.json", network}}), "virtual-controller", 250, 2500, "A", "has no"},
+        {"Global.tar", image({{"/Host/info.json", "{}"}, {"/network/settings.json", network}}), "virtual-controller",
+         250, 2500, "A", "\"items\""},
+        {"Global.tar", image({{"/Host/info.json", R"({"items":2,"saves":1})"}}), "virtual-controller", 250, 2500, "A",
+         "1 of its 2 items are left"},
         {"Workspace.vpws", "junk", "bench", 100, 2500, "A", "Load workspace failed"},
     };
     for (const auto& expected : cases) {
@@ -73,6 +74,7 @@ TEST_F(StateLoaderTest, DamagedFilesGiveWayToDefaultsAndAreKeptForDiagnosis)
         EXPECT_EQ(started.manager.DefaultJob(), expected.job);
         EXPECT_EQ(damaged.Storage().Get(expected.file + ".d01"),
                   MemoryStorage::Bytes(expected.damaged.begin(), expected.damaged.end()));
+        EXPECT_NE(damaged.Storage().Get(expected.file), damaged.Storage().Get(expected.file + ".d01"));
         EXPECT_THAT(log.Texts(), testing::Contains(testing::HasSubstr(expected.said)));
 
         // The host works on, and its next start finds nothing wrong.
@@ -138,12 +140,20 @@ TEST_F(StateLoaderTest, DefaultsThatCouldNotBeWrittenYetAreWrittenLater)
     EXPECT_EQ(next.network.Document().at("name"), "virtual-controller");
 }
 
+TEST_F(StateLoaderTest, StartReadsNoJobButTheDefaultOne)
+{
+    Storage().Put("B.vpjob", Storage().Get("A.vpjob").value());
+    const Rig started(platform);
+    EXPECT_EQ(started.manager.ListJobs().size(), 2U);
+    EXPECT_EQ(Storage().Calls(FileOp::Download, "B.vpjob"), 0U);
+}
+
 TEST_F(StateLoaderTest, WithoutARecordAndWithoutRoomForOneThereIsNoStart)
 {
     Storage().Put("PersistRecord.xml", "junk");
     Storage().FailNext(FileOp::Upload, "PersistRecord.xml", 1, Nucleo::ERROR_DISK_FULL);
     Rig stopped(platform, false);
-    EXPECT_THAT([&] { VxHost::LoadState(stopped.manager, stopped.system, stopped.watch); },
+    EXPECT_THAT([&] { VxHost::LoadState(stopped.manager, stopped.system, stopped.info, stopped.watch); },
                 Refuses(Nucleo::ERROR_DISK_FULL, "PersistRecord.xml"));
 }
 

@@ -1,3 +1,5 @@
+#include <arpa/inet.h>
+
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
@@ -9,8 +11,27 @@ using namespace Nucleo::Statuses;
 namespace TesselLib
 {
 
+const Nucleo::Type& IpConfig::StaticType() noexcept
+{
+    static const Nucleo::Type type{"IpConfig", nullptr, sizeof(IpConfig)};
+    return type;
+}
+
+bool IpAddress_SameNetwork(const IpAddress& a, const IpAddress& b, const IpAddress& mask) noexcept
+{
+    bool same = a.version == b.version && a.version == mask.version;
+    for (std::size_t i = 0; i < mask.bytes.size(); ++i) {
+        same = same && ((a.bytes[i] ^ b.bytes[i]) & mask.bytes[i]) == 0;
+    }
+    return same;
+}
+
 Nucleo::Status IpAddress_Format(const IpAddress& address, char* text, std::size_t capacity)
 {
+    if (address.version == IpVersion::V6) {
+        const auto room = static_cast<socklen_t>(std::min<std::size_t>(capacity, INET6_ADDRSTRLEN));
+        return ::inet_ntop(AF_INET6, address.bytes.data(), text, room) != nullptr ? OK : ERROR_CAPACITY;
+    }
     constexpr std::size_t needed = sizeof("255.255.255.255");
     if (capacity < needed) {
         return ERROR_CAPACITY;
@@ -23,7 +44,7 @@ Nucleo::Status IpAddress_Format(const IpAddress& address, char* text, std::size_
 Nucleo::Status IpAddress_Parse(IpAddress* address, std::string_view text)
 {
     IpAddress result;
-    for (std::size_t i = 0; i < result.bytes.size(); ++i) {
+    for (std::size_t i = 0; i < 4; ++i) {
         if (i != 0) {
             if (!text.starts_with('.')) {
                 return ERROR_FORMAT;

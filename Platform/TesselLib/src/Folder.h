@@ -1,8 +1,9 @@
 #pragma once
-// What the storage does with open folders. Safe on any thread.
+// What is done with open files and folders. Safe on any thread.
 
 #include <dirent.h>
 
+#include <cstdint>
 #include <memory>
 #include <string_view>
 
@@ -16,6 +17,9 @@ namespace TesselLib
 
 /// Opens the folder `name` of `parent`, made where missing. A link in its place is refused with ERROR_ACCESS.
 Nucleo::Status OpenFolder(int parent, const char* name, FileDescriptor* folder);
+
+/// Writes all of the bytes at the descriptor's position.
+Nucleo::Status WriteAll(int descriptor, const std::uint8_t* data, std::uint64_t size);
 
 /// Brings what was written through `descriptor`, a file or folder, onto the medium.
 Nucleo::Status Sync(int descriptor);

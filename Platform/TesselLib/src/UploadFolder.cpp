@@ -38,23 +38,6 @@ bool CutTo(int descriptor, std::uint64_t size)
             Retry([&] { return ::ftruncate(descriptor, static_cast<off_t>(size)); }) == 0);
 }
 
-Nucleo::Status WriteAll(int descriptor, const std::uint8_t* data, std::uint64_t size)
-{
-    constexpr std::uint64_t maxStep = 1U << 30;  // The kernel takes a little less than 2 GiB a call.
-    while (size != 0) {
-        const ssize_t written = Retry([&] { return ::write(descriptor, data, std::min(size, maxStep)); });
-        if (written < 0) {
-            return StatusOfErrno(errno);
-        }
-        if (written == 0) {
-            return ERROR_IO;  // A file that takes nothing and says no reason must not keep the caller for ever.
-        }
-        data += written;
-        size -= static_cast<std::uint64_t>(written);
-    }
-    return OK;
-}
-
 }  // namespace
 
 UploadFolder::~UploadFolder()

@@ -2,6 +2,7 @@
 #include <array>
 #include <new>
 
+#include <Nucleo/Lock.h>
 #include <TesselLib/VirtualSystem.h>
 
 using namespace Nucleo::Statuses;
@@ -75,10 +76,13 @@ std::string Report(const NodeInfo& info)
     return report + "\n";
 }
 
-class VirtualNode final : public Node
+class VirtualNode final : public Node, private NodeServer
 {
 public:
-    explicit VirtualNode(VirtualNodeDescription description) : description_(std::move(description))
+    explicit VirtualNode(VirtualNodeDescription description)
+        : description_(std::move(description)),
+          ipConfig_(description_.info.ipConfig),
+          connected_(description_.connected)
     {
         if (!description_.storage) {
             description_.storage = std::make_unique<NoStorage>();
@@ -93,7 +97,7 @@ public:
             return ERROR_STATE;
         }
         try {
-            NodeInfo copy = description_.info;
+            NodeInfo copy = Info();
             *info = std::move(copy);
             return OK;
         } catch (const std::exception&) {
@@ -122,13 +126,87 @@ public:
             return ERROR_STATE;
         }
         return MakeData(report, allocator, [this](auto& bytes) {
-            const std::string text = Report(description_.info);
+            const std::string text = Report(Info());
             bytes.assign(text.begin(), text.end());
         });
     }
 
+    NodeState State() const override
+    {
+        if (!description_.reachable) {
+            return NodeState::Unreachable;
+        }
+        const Nucleo::MutexGuard guard(mutex_);
+        return connected_ ? NodeState::Connected : NodeState::Online;
+    }
+
+    Nucleo::Status Connect() override { return SetConnected(AskReachable(NodeOperation::Connect), true); }
+
+    Nucleo::Status Disconnect() override { return SetConnected(Ask(NodeOperation::Disconnect), false); }
+
+    Nucleo::Status DiscoverySetIpConfig(const IpConfig& ipConfig) override
+    {
+        const bool byHand = ipConfig.mode == IpMode::Manual;
+        for (const IpAddress* address : {&ipConfig.address, &ipConfig.mask, &ipConfig.gateway}) {
+            if (byHand && address->version != IpVersion::V4) {
+                return ERROR_PARAMETER;
+            }
+        }
+        const Nucleo::Status status = AskReachable(NodeOperation::SetIpConfig);
+        if (status == OK) {
+            const Nucleo::MutexGuard guard(mutex_);
+            if (byHand) {
+                ipConfig_ = ipConfig;
+            }
+            ipConfig_.mode = ipConfig.mode;
+        }
+        return status;
+    }
+
+    Nucleo::Status Reset(NodeReset /*what*/) override
+    {
+        return SetConnected(AskReachable(NodeOperation::Reset), false);
+    }
+
+    NodeServer* LocalServer() override { return description_.servedHere ? this : nullptr; }
+
 private:
+    Nucleo::Status NotifyShutdown() override { return Ask(NodeOperation::NotifyShutdown); }
+
+    Nucleo::Status Ask(NodeOperation operation) const
+    {
+        return description_.onOperation ? description_.onOperation(operation) : OK;
+    }
+
+    Nucleo::Status AskReachable(NodeOperation operation) const
+    {
+        const Nucleo::Status status = Ask(operation);
+        return status == OK && !description_.reachable ? ERROR_STATE : status;
+    }
+
+    /// Takes the new state when the node has answered OK to being asked.
+    Nucleo::Status SetConnected(Nucleo::Status answer, bool connected)
+    {
+        if (answer == OK) {
+            const Nucleo::MutexGuard guard(mutex_);
+            connected_ = connected;
+        }
+        return answer;
+    }
+
+    NodeInfo Info() const
+    {
+        NodeInfo info = description_.info;
+        const Nucleo::MutexGuard guard(mutex_);
+        info.ipConfig = ipConfig_;
+        return info;
+    }
+
     VirtualNodeDescription description_;  // Constant after construction.
+
+    mutable Nucleo::Mutex mutex_;  // A leaf: nothing is called out to under it.
+    IpConfig ipConfig_ VX_GUARDED_BY(mutex_);
+    bool connected_ VX_GUARDED_BY(mutex_);
 };
 
 class VirtualSystem final : public System

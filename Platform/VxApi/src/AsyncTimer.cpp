@@ -53,6 +53,7 @@ struct AsyncTimer::State
     TimeService::Ticket pending VX_GUARDED_BY(mutex) = 0;
     TimeService::Ticket running VX_GUARDED_BY(mutex) = 0;  // The last firing that began.
     std::uint64_t started VX_GUARDED_BY(mutex) = 0;
+    bool ended VX_GUARDED_BY(mutex) = false;  // The timer is being destroyed: its running callback starts it no more.
 };
 
 AsyncTimer::AsyncTimer(std::string name, std::function<void()> callback)
@@ -65,6 +66,7 @@ AsyncTimer::~AsyncTimer()
     {
         const Nucleo::MutexGuard guard(state_->mutex);
         state_->Stop();
+        state_->ended = true;
         running = state_->running;
     }
     if (running != 0) {
@@ -75,6 +77,9 @@ AsyncTimer::~AsyncTimer()
 void AsyncTimer::Start(std::chrono::microseconds delay)
 {
     const Nucleo::MutexGuard guard(state_->mutex);
+    if (state_->ended) {
+        return;
+    }
     state_->Stop();
     const std::uint64_t generation = ++state_->started;
     state_->pending = state_->service.Schedule(state_->service.Now() + delay,

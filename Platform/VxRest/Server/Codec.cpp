@@ -40,12 +40,6 @@ bool IsAscii(const std::string& text)
     return std::none_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) >= 0x80; });
 }
 
-/// JSON's own writer replaces invalid UTF-8; the binary formats' writers pass it on, so it goes through JSON first.
-std::string CleanText(const std::string& text)
-{
-    return IsAscii(text) ? text : json::parse(json(text).dump(-1, ' ', false, ReplaceInvalid)).get<std::string>();
-}
-
 template <class Number>
 void AppendNumber(std::string& out, Number number)
 {
@@ -147,6 +141,12 @@ json CleanTexts(json&& value)
 }
 
 }  // namespace
+
+std::string CleanText(const std::string& text)
+{
+    // JSON's writer replaces invalid UTF-8; the binary formats' writers pass it on.
+    return IsAscii(text) ? text : json::parse(json(text).dump(-1, ' ', false, ReplaceInvalid)).get<std::string>();
+}
 
 void AppendText(std::string& out, const std::string& text)
 {

@@ -48,6 +48,9 @@ EncodedBody EncodeBody(nlohmann::json&& value, Media media);
 /// separated by commas.
 EncodedBody EncodeObject(std::string_view members, const nlohmann::json& object);
 
+/// The text with invalid UTF-8 replaced.
+std::string CleanText(const std::string& text);
+
 /// Appends a text as JSON.
 void AppendText(std::string& out, const std::string& text);
 

@@ -257,6 +257,9 @@ Reply Dispatcher::Call(const Task& task, const ResourceRouter::Match& match, std
 Reply Dispatcher::Perform(const Task& task, std::vector<std::uint8_t> body) const
 {
     try {
+        if (task.page != nullptr) {
+            return task.page();
+        }
         const ResourceRouter::Match match = router_.Find(task.request.Path());
         try {
             return Call(task, match, std::move(body));

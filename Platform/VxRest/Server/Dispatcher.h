@@ -33,6 +33,9 @@ struct Task
 
     /// Set when the answer may be given on the I/O thread. Holds the resource, so it is not kept while anything waits.
     std::optional<ResourceRouter::Match> immediate;
+
+    /// Makes the answer, on a worker, where a page of the server's own was asked for and no resource.
+    Reply (*page)() = nullptr;
 };
 
 /// A request for change notices.

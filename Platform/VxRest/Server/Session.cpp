@@ -10,6 +10,7 @@
 #include <VxApi/Exception.h>
 
 #include "NoticeStream.h"
+#include "PrivateLog.h"
 #include "ReadHead.h"
 #include "ServerState.h"
 #include "Text.h"
@@ -289,7 +290,18 @@ Dispatcher::Outcome Session::Examine()
     if (head_.expect && !EqualNoCase(*head_.expect, "100-continue")) {
         throw Refusal(417, "the only expectation that can be met is \"100-continue\"");
     }
+    if (target.path == PrivateLogPath) {
+        return ExaminePrivateLog(head_, IsTrusted());
+    }
     return server_.dispatcher.Examine(head_, std::move(target));
+}
+
+/// Whether the client has shown the token, which the gate has seen to, or is on this machine.
+bool Session::IsTrusted() const
+{
+    boost::system::error_code error;
+    return !server_.options.token.empty() ||
+           IsLoopback(NormalAddress(socket_.remote_endpoint(error).address().to_string()));
 }
 
 void Session::BeginBody()

@@ -66,6 +66,7 @@ private:
 
     void OnHeader(std::size_t length);
     Dispatcher::Outcome Examine();
+    bool IsTrusted() const;
     void BeginBody();
     void AccountBody();
     void CarryOut();

@@ -5,12 +5,12 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <cstdarg>
 #include <fstream>
 #include <functional>
 #include <iterator>
@@ -23,6 +23,8 @@
 
 #include <TesselLib/DirectoryStorage.h>
 #include <VxTestSupport/TemporaryFolder.h>
+
+#include "StorageFixture.h"
 
 using namespace Nucleo::Statuses;
 using TesselLib::DirectoryStorage;
@@ -60,6 +62,15 @@ bool Fails(const char* call)
 
 // NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): the C library's own names are reserved ones
 extern "C" {
+int openat(int folder, const char* name, int flags, ...)
+{
+    std::va_list more;
+    va_start(more, flags);
+    const unsigned mode = (flags & O_CREAT) != 0 ? va_arg(more, unsigned) : 0;
+    va_end(more);
+    return Fails("openat") ? -1 : static_cast<int>(::syscall(SYS_openat, folder, name, flags, mode));
+}
+
 int fsync(int descriptor)
 {
     return Fails("fsync") ? -1 : static_cast<int>(::syscall(SYS_fsync, descriptor));
@@ -111,20 +122,19 @@ int renameat2(int from, const char* fromName, int to, const char* toName, unsign
 namespace
 {
 
-/// Traces the calls of its scope, one of which may fail.
-class ScopedTrace
+/// What `operation` answers while its calls are traced, the `nth` of which fails.
+template <class Operation>
+auto Traced(Operation operation, std::string failing = {}, int nth = 0, int error = 0)
 {
-public:
-    explicit ScopedTrace(std::string failing = {}, int nth = 0, int error = 0)
-    {
-        trace.calls.clear();
-        trace.failing = std::move(failing);
-        trace.nth = nth;
-        trace.error = error;
-        trace.on = true;
-    }
-    ~ScopedTrace() { trace.on = false; }
-};
+    trace.calls.clear();
+    trace.failing = std::move(failing);
+    trace.nth = nth;
+    trace.error = error;
+    trace.on = true;
+    auto answer = operation();
+    trace.on = false;
+    return answer;
+}
 
 std::string ReadFile(const fs::path& path)
 {
@@ -141,7 +151,7 @@ std::vector<std::string> NamesIn(const fs::path& folder)
     return names;
 }
 
-class DirectoryStorageTest : public testing::Test
+class DirectoryStorageTest : public StorageFixture
 {
 protected:
     DirectoryStorageTest() { Reopen(); }
@@ -152,27 +162,7 @@ protected:
         ASSERT_EQ(DirectoryStorage::Open(Data(), &storage_), OK);
     }
 
-    Nucleo::Status Upload(const std::string& name, const std::string& text)
-    {
-        return storage_->Upload(name, reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
-    }
-
-    std::string Download(const std::string& name)
-    {
-        Nucleo::Handle<Nucleo::MemoryStream> stream;
-        Nucleo::MemoryStream_Construct(stream.Receive());
-        const Nucleo::Status status = storage_->Download(name, *stream);
-        const auto bytes = stream->TakeContent();
-        return status == OK ? std::string(bytes.begin(), bytes.end()) : std::string(Nucleo::StatusName(status));
-    }
-
-    std::vector<std::string> List()
-    {
-        std::vector<std::string> names;
-        EXPECT_EQ(storage_->List("/user", &names), OK);
-        return names;
-    }
-
+    TesselLib::Storage& Storage() override { return *storage_; }
     fs::path Data() const { return folder_.Path() / "deep" / "data"; }
     fs::path User() const { return Data() / "user"; }
     fs::path Temporaries() const { return Data() / "tmp"; }
@@ -213,19 +203,18 @@ TEST_F(DirectoryStorageTest, WhateverIsNoFileIsNotThereAndIsNotTouched)
 TEST_F(DirectoryStorageTest, AFileThatIsReplacedWhileItIsOpenedHarmsNobody)
 {
     std::ofstream(Outside()) << "outside";
-    ASSERT_EQ(Upload("a", "1"), OK);
-    trace.afterLook = [this] {
+    const std::pair<std::function<void()>, const char*> replacements[] = {
+        {[this] { ASSERT_EQ(::mkfifo((User() / "a").c_str(), 0644), 0); }, "ERROR_NOT_FOUND"},
+        {[this] { fs::create_symlink(Outside(), User() / "a"); }, "ERROR_ACCESS"}};
+    for (const auto& [replace, status] : replacements) {
+        ASSERT_EQ(Upload("a", "1"), OK);
+        trace.afterLook = [this, make = replace] {
+            fs::remove(User() / "a");
+            make();
+        };
+        EXPECT_EQ(Download("a"), status);
         fs::remove(User() / "a");
-        ASSERT_EQ(::mkfifo((User() / "a").c_str(), 0644), 0);
-    };
-    EXPECT_EQ(Download("a"), "ERROR_NOT_FOUND");
-    fs::remove(User() / "a");
-    ASSERT_EQ(Upload("a", "1"), OK);
-    trace.afterLook = [this] {
-        fs::remove(User() / "a");
-        fs::create_symlink(Outside(), User() / "a");
-    };
-    EXPECT_EQ(Download("a"), "ERROR_ACCESS");
+    }
 }
 
 TEST_F(DirectoryStorageTest, OpensOnlyFoldersOfItsOwn)
@@ -244,31 +233,12 @@ TEST_F(DirectoryStorageTest, OpensOnlyFoldersOfItsOwn)
     }
     std::ofstream(Outside()) << "a file";
     EXPECT_EQ(DirectoryStorage::Open(Outside(), &other), ERROR_ACCESS);
+    EXPECT_EQ(DirectoryStorage::Open(Data(), &other), ERROR_BUSY);
     EXPECT_EQ(DirectoryStorage::Open({}, &other), ERROR_NAME);
     EXPECT_EQ(DirectoryStorage::Open(std::string("/tmp/a\0b", 8), &other), ERROR_NAME);
     // The data folder itself may be reached by a link: its place is the caller's choice.
     fs::create_directory_symlink(folder_.Path() / "elsewhere", folder_.Path() / "link");
     EXPECT_EQ(DirectoryStorage::Open(folder_.Path() / "link", &other), OK);
-}
-
-TEST_F(DirectoryStorageTest, IsLockedAgainstOthers)
-{
-    std::unique_ptr<DirectoryStorage> second;
-    EXPECT_EQ(DirectoryStorage::Open(Data(), &second), ERROR_BUSY);
-    EXPECT_EQ(second, nullptr);
-    const auto openInAnotherProcess = [this] {
-        const pid_t child = ::fork();
-        if (child == 0) {
-            std::unique_ptr<DirectoryStorage> storage;
-            ::_exit(-DirectoryStorage::Open(Data(), &storage) & 0x7F);
-        }
-        int state = 0;
-        ::waitpid(child, &state, 0);
-        return WIFEXITED(state) ? WEXITSTATUS(state) : -1;
-    };
-    EXPECT_EQ(openInAnotherProcess(), -ERROR_BUSY & 0x7F);
-    storage_.reset();
-    EXPECT_EQ(openInAnotherProcess(), -OK & 0x7F);
 }
 
 TEST_F(DirectoryStorageTest, RemovesWhatACrashLeft)
@@ -286,31 +256,22 @@ TEST_F(DirectoryStorageTest, RemovesWhatACrashLeft)
 
 TEST_F(DirectoryStorageTest, SyncsTheFileBeforeItTakesItsPlaceAndTheFolderAfter)
 {
-    {
-        const ScopedTrace tracing;
-        ASSERT_EQ(Upload("a", "new"), OK);
+    const auto upload = [this] { return Upload("a", "new"); };
+    const std::pair<std::function<Nucleo::Status()>, std::vector<std::string>> steps[] = {
+        {upload, {"openat", "write", "fsync", "renameat", "fsync"}},
+        {upload, {"openat", "write", "fsync", "renameat2", "fsync"}},      // over another
+        {upload, {"openat", "write", "fdatasync", "renameat2", "fsync"}},  // with a spare
+        {[this] { return storage_->Delete("a"); }, {"renameat", "fsync"}}};
+    for (const auto& [operation, calls] : steps) {
+        EXPECT_EQ(Traced(operation), OK);
+        EXPECT_EQ(trace.calls, calls);
     }
-    EXPECT_THAT(trace.calls, testing::ElementsAre("write", "fsync", "renameat", "fsync"));
-    {
-        const ScopedTrace tracing;
-        ASSERT_EQ(Upload("a", "replaces"), OK);
-    }
-    EXPECT_THAT(trace.calls, testing::ElementsAre("write", "fsync", "renameat2", "fsync"));
-    {
-        const ScopedTrace tracing;
-        ASSERT_EQ(Upload("a", "over the spare"), OK);
-    }
-    EXPECT_THAT(trace.calls, testing::ElementsAre("write", "fdatasync", "renameat2", "fsync"));
-    {
-        const ScopedTrace tracing;
-        ASSERT_EQ(storage_->Delete("a"), OK);
-    }
-    EXPECT_THAT(trace.calls, testing::ElementsAre("renameat", "fsync"));
 }
 
 TEST_F(DirectoryStorageTest, AFailingCallLeavesEverythingAsItWas)
 {
     const std::string text(100'000, 'n');
+    const auto upload = [&] { return Upload("a", text); };
     const struct
     {
         const char* call;
@@ -327,6 +288,7 @@ TEST_F(DirectoryStorageTest, AFailingCallLeavesEverythingAsItWas)
         {"fdatasync", 1, EIO, ERROR_IO},
         {"renameat2", 1, EROFS, ERROR_READ_ONLY},
         {"renameat2", 1, EACCES, ERROR_ACCESS},
+        {"renameat2", 1, EINVAL, OK},  // Files that cannot be exchanged: renamed.
         {"renameat", 1, EROFS, ERROR_READ_ONLY},
         {"write", 1, EINTR, OK},
         {"fsync", 2, EINTR, OK},
@@ -341,11 +303,7 @@ TEST_F(DirectoryStorageTest, AFailingCallLeavesEverythingAsItWas)
                 ASSERT_EQ(Upload("a", "old"), OK);
             }
             const std::string before = Download("a");
-            Nucleo::Status status = OK;
-            {
-                const ScopedTrace tracing(fault.call, fault.nth, fault.error);
-                status = Upload("a", text);
-            }
+            const Nucleo::Status status = Traced(upload, fault.call, fault.nth, fault.error);
             const bool reached = trace.nth <= 0;
             EXPECT_EQ(status, reached ? fault.status : OK);
             EXPECT_EQ(Download("a"), status == OK ? text : before);
@@ -353,80 +311,34 @@ TEST_F(DirectoryStorageTest, AFailingCallLeavesEverythingAsItWas)
             EXPECT_THAT(NamesIn(Temporaries()), testing::IsEmpty());
         }
     }
-    // Renaming is done once more where two files cannot be exchanged.
     ASSERT_EQ(Upload("a", "old"), OK);
-    {
-        const ScopedTrace tracing("renameat2", 1, EINVAL);
-        EXPECT_EQ(Upload("a", text), OK);
-    }
-    EXPECT_EQ(Download("a"), text);
+    EXPECT_EQ(Traced(upload, "openat", 1, EMFILE), ERROR_TOO_MANY_FILES);
     // A deletion that is not on the medium has not happened.
     for (const char* call : {"renameat", "fsync"}) {
-        {
-            const ScopedTrace tracing(call, 1, EIO);
-            EXPECT_EQ(storage_->Delete("a"), ERROR_IO);
-        }
-        EXPECT_EQ(Download("a"), text);
+        EXPECT_EQ(Traced([this] { return storage_->Delete("a"); }, call, 1, EIO), ERROR_IO);
     }
-    {
-        const ScopedTrace tracing("read", 1, EIO);
-        EXPECT_EQ(Download("a"), "ERROR_IO");
-    }
-    {
-        const ScopedTrace tracing("read", 1, EINTR);
-        EXPECT_EQ(Download("a"), text);
-    }
+    const auto download = [this] { return Download("a"); };
+    EXPECT_EQ(Traced(download, "openat", 1, EMFILE), "ERROR_TOO_MANY_FILES");
+    EXPECT_EQ(Traced(download, "read", 1, EIO), "ERROR_IO");
+    EXPECT_EQ(Traced(download, "read", 1, EINTR), "old");
+    std::vector<std::string> names;
+    EXPECT_EQ(Traced([&] { return storage_->List("/user", &names); }, "openat", 1, EMFILE), ERROR_TOO_MANY_FILES);
 }
-
-/// Lowers one of the process's limits for a scope.
-class ScopedLimit
-{
-public:
-    ScopedLimit(__rlimit_resource resource, rlim_t limit) : resource_(resource)
-    {
-        ::getrlimit(resource, &previous_);
-        const rlimit lowered{limit, previous_.rlim_max};
-        ::setrlimit(resource, &lowered);
-    }
-    ~ScopedLimit() { ::setrlimit(resource_, &previous_); }
-
-private:
-    __rlimit_resource resource_;
-    rlimit previous_{};
-};
 
 TEST_F(DirectoryStorageTest, SaysThatNoRoomIsLeft)
 {
     std::signal(SIGXFSZ, SIG_IGN);
     ASSERT_EQ(Upload("a", "old"), OK);
-    {
-        const ScopedLimit limit(RLIMIT_FSIZE, 8192);
-        EXPECT_EQ(Upload("a", std::string(8193, 'n')), ERROR_DISK_FULL);
-        EXPECT_EQ(Upload("b", std::string(8193, 'n')), ERROR_DISK_FULL);
-        EXPECT_EQ(Upload("c", std::string(8192, 'n')), OK);
-    }
+    rlimit previous{};
+    ::getrlimit(RLIMIT_FSIZE, &previous);
+    const rlimit lowered{8192, previous.rlim_max};
+    ::setrlimit(RLIMIT_FSIZE, &lowered);
+    EXPECT_EQ(Upload("a", std::string(8193, 'n')), ERROR_DISK_FULL);
+    EXPECT_EQ(Upload("b", std::string(8193, 'n')), ERROR_DISK_FULL);
+    EXPECT_EQ(Upload("c", std::string(8192, 'n')), OK);
+    ::setrlimit(RLIMIT_FSIZE, &previous);
     EXPECT_EQ(Download("a"), "old");
     EXPECT_THAT(List(), testing::ElementsAre("a", "c"));
-}
-
-TEST_F(DirectoryStorageTest, SaysThatNoFileCanBeOpened)
-{
-#ifdef __SANITIZE_ADDRESS__
-    GTEST_SKIP() << "the sanitizer's check of dynamic types opens a pipe, which this test leaves no numbers for";
-#endif
-    ASSERT_EQ(Upload("a", "old"), OK);
-    const int next = ::dup(0);
-    ::close(next);
-    {
-        const ScopedLimit limit(RLIMIT_NOFILE, static_cast<rlim_t>(next));
-        std::vector<std::string> names;
-        EXPECT_EQ(Upload("a", "new"), ERROR_TOO_MANY_FILES);
-        EXPECT_EQ(Download("a"), "ERROR_TOO_MANY_FILES");
-        EXPECT_EQ(storage_->List("/user", &names), ERROR_TOO_MANY_FILES);
-        EXPECT_TRUE(storage_->FileExists("a"));
-    }
-    EXPECT_EQ(Download("a"), "old");
-    EXPECT_THAT(List(), testing::ElementsAre("a"));
 }
 
 TEST_F(DirectoryStorageTest, NeverWritesOverAFileThatSomebodyStillReads)

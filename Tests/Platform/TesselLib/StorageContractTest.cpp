@@ -11,6 +11,8 @@
 #include <VxTestSupport/MemoryStorage.h>
 #include <VxTestSupport/TemporaryFolder.h>
 
+#include "StorageFixture.h"
+
 using namespace Nucleo::Statuses;
 using TesselLib::DirectoryStorage;
 using VxTestSupport::FileOp;
@@ -32,32 +34,10 @@ struct InMemory
 };
 
 template <class Backend>
-class StorageContractTest : public testing::Test
+class StorageContractTest : public StorageFixture
 {
 protected:
-    Nucleo::Status Upload(std::string_view path, std::string_view text)
-    {
-        return Storage().Upload(path, reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
-    }
-
-    /// The file's content, or the name of the status that reading it answered.
-    std::string Download(std::string_view path)
-    {
-        Nucleo::Handle<Nucleo::MemoryStream> stream;
-        Nucleo::MemoryStream_Construct(stream.Receive());
-        const Nucleo::Status status = Storage().Download(path, *stream);
-        const auto bytes = stream->TakeContent();
-        return status == OK ? std::string(bytes.begin(), bytes.end()) : std::string(Nucleo::StatusName(status));
-    }
-
-    std::vector<std::string> List()
-    {
-        std::vector<std::string> names{"left over"};
-        EXPECT_EQ(Storage().List("/user", &names), OK);
-        return names;
-    }
-
-    TesselLib::Storage& Storage() { return *backend_.storage; }
+    TesselLib::Storage& Storage() override { return *backend_.storage; }
 
 private:
     Backend backend_;
@@ -210,7 +190,6 @@ TEST(MemoryStorageTest, FailsAtTheAimedCallOnly)
 {
     MemoryStorage storage;
     storage.Put("a", "old");
-    storage.Put("b", "old");
     const std::uint8_t byte = 'n';
     storage.FailNext(FileOp::Upload, "a", 2, ERROR_DISK_FULL);
     EXPECT_EQ(storage.Upload("b", &byte, 1), OK);
@@ -224,30 +203,6 @@ TEST(MemoryStorageTest, FailsAtTheAimedCallOnly)
     EXPECT_EQ(storage.Writes("a"), 2u);
     EXPECT_EQ(storage.Calls(FileOp::Upload, "a"), 3u);
     EXPECT_EQ(storage.Writes(), 4u);
-
-    storage.FailNext(FileOp::Exists, "", 1, ERROR_IO);
-    EXPECT_FALSE(storage.FileExists("a"));
-    EXPECT_TRUE(storage.FileExists("a"));
-    storage.FailNext(FileOp::List, "", 1, ERROR_IO);
-    std::vector<std::string> names;
-    EXPECT_EQ(storage.List("/user", &names), ERROR_IO);
-    EXPECT_THAT(storage.Names(), testing::ElementsAre("a", "b"));
-}
-
-TEST(MemoryStorageTest, LetsAFileVanishOrBreakInTheMiddleOfADownload)
-{
-    MemoryStorage storage;
-    storage.Put("a", "123456");
-    Nucleo::Handle<Nucleo::MemoryStream> stream;
-    ASSERT_EQ(Nucleo::MemoryStream_Construct(stream.Receive()), OK);
-    storage.FailNext(FileOp::Download, "a", 1, ERROR_IO);
-    EXPECT_EQ(storage.Download("a", *stream), ERROR_IO);
-    EXPECT_EQ(stream->Length(), 3u);
-    storage.BeforeNext(FileOp::Download, "a", 1, [&] { storage.Remove("a"); });
-    EXPECT_TRUE(storage.FileExists("a"));
-    EXPECT_EQ(storage.Download("a", *stream), ERROR_NOT_FOUND);
-    EXPECT_EQ(storage.Reads(), 0u);
-    EXPECT_FALSE(storage.Unchanged("a"));
 }
 
 }  // namespace

@@ -69,11 +69,6 @@ Nucleo::Status Decompress(const Bytes& image, Bytes* bytes, std::size_t minimum 
     return status;
 }
 
-bool IsPrefix(const Bytes& part, const Bytes& whole)
-{
-    return part.size() <= whole.size() && std::equal(part.begin(), part.end(), whole.begin());
-}
-
 TEST(ZstdTest, GivesBackWhatWasWritten)
 {
     for (const std::size_t size : {0U, 1U, 4095U, 4096U, 4097U, 1'000'003U}) {
@@ -105,9 +100,12 @@ TEST(ZstdTest, DamageIsFoundAndWhatCameBeforeItIsDelivered)
     const Bytes image = Compress(bytes, 10);
     for (std::size_t length = 1; length < image.size(); ++length) {
         Bytes back;
-        EXPECT_EQ(Decompress({image.begin(), image.begin() + static_cast<std::ptrdiff_t>(length)}, &back), ERROR_FORMAT)
+        EXPECT_EQ(Decompress({image.begin(), image.begin() + static_cast<std::ptrdiff_t>(length)}, &back, 1, 100),
+                  ERROR_FORMAT)
             << length;
-        EXPECT_TRUE(IsPrefix(back, bytes)) << length;
+        ASSERT_LE(back.size(), bytes.size());
+        EXPECT_TRUE(std::equal(back.begin(), back.end(), bytes.begin())) << length;
+        EXPECT_TRUE(back == bytes || length < image.size() - 4) << "only the checksum is cut";
     }
     for (std::size_t i = 0; i < image.size(); ++i) {
         Bytes flipped = image;
@@ -119,6 +117,8 @@ TEST(ZstdTest, DamageIsFoundAndWhatCameBeforeItIsDelivered)
     Bytes back;
     EXPECT_EQ(Decompress({}, &back), ERROR_END);
     EXPECT_EQ(Decompress({'n', 'o', ' ', 'f', 'r', 'a', 'm', 'e'}, &back), ERROR_FORMAT);
+    const Bytes hugeWindow{0x28, 0xB5, 0x2F, 0xFD, 0x00, 0xA8, 0x01, 0x00, 0x00};  // 2 GiB of memory
+    EXPECT_EQ(Decompress(hugeWindow, &back), ERROR_LIMIT);
     EXPECT_TRUE(back.empty());
 
     // Blocks are of 128 KiB: a fourth one of no known kind leaves three, however much is asked for at once.
@@ -135,17 +135,6 @@ TEST(ZstdTest, DamageIsFoundAndWhatCameBeforeItIsDelivered)
         EXPECT_EQ(Decompress(damaged, &back, 1, maximum), ERROR_FORMAT);
         EXPECT_EQ(back, Bytes(large.begin(), large.begin() + 3 * 131'072));
     }
-    // Cut behind the data, before its checksum, and read in pieces smaller than a block.
-    back.clear();
-    EXPECT_EQ(Decompress({image.begin(), image.end() - 4}, &back, 1, 100), ERROR_FORMAT);
-    EXPECT_EQ(back, bytes);
-}
-
-TEST(ZstdTest, BoundsTheMemoryThatAFrameMayAskFor)
-{
-    Bytes back;
-    const Bytes hugeWindow{0x28, 0xB5, 0x2F, 0xFD, 0x00, 0xA8, 0x01, 0x00, 0x00};  // 2 GiB
-    EXPECT_EQ(Decompress(hugeWindow, &back), ERROR_LIMIT);
 }
 
 class BrokenStream final : public Nucleo::Stream

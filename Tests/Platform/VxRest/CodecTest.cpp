@@ -58,13 +58,6 @@ TEST(Codec, BytesAreBase64InJsonAndByteStringsElsewhere)
     EXPECT_EQ(EncodeBody(json(document), Media::Json).View(), R"({"content":"AP8Q","list":["AQ=="]})");
     EXPECT_EQ(Decode(Media::Cbor, EncodeBody(json(document), Media::Cbor).View()), document);
     EXPECT_EQ(Decode(Media::MsgPack, EncodeBody(json(document), Media::MsgPack).View()), document);
-
-    json only = {{"content", json::binary({1, 2})}};
-    ASSERT_NE(OnlyBinaryField(only), nullptr);
-    EXPECT_EQ(OnlyBinaryField(only)->size(), 2u);
-    for (json other : {json{{"content", "text"}}, document, json::object(), json(json::binary({1})), json()}) {
-        EXPECT_EQ(OnlyBinaryField(other), nullptr) << other;
-    }
 }
 
 TEST(Codec, InvalidUtf8IsReplaced)

@@ -17,28 +17,43 @@ using VxRest::RequestInfo;
 using VxRest::ResourceRouter;
 using VxRest::ResponseInfo;
 
-json Read(const ResourceRouter& router, const std::string& path)
+class Router : public ::testing::Test
 {
-    const ResourceRouter::Match match = router.Find(path);
-    ResponseInfo response;
-    return match.Document(RequestInfo(path, match.Keys()), response);
-}
+protected:
+    json Read(const std::string& path)
+    {
+        const ResourceRouter::Match match = router.Find(path);
+        ResponseInfo response;
+        return match.Document(RequestInfo(path, match.Keys()), response);
+    }
 
-TEST(Router, FindsTheMostExactPattern)
-{
-    const char* const patterns[] = {"/",
-                                    "/jobs",
-                                    "/jobs/files/:jobFile",
-                                    "/jobs/files/:jobFile/data",
-                                    "/jobs/files/special",
-                                    "/a/:x",
-                                    "/a/:x/b/:y",
-                                    "/a/fixed/b/c",
-                                    "/only/:key",
-                                    "/only"};
+    /// A command that waits at `gate` and then does this.
+    FakeResource Waiting(std::function<json()> then)
+    {
+        return FakeResource::WithCommand([this, then = std::move(then)](const auto&, const auto&) {
+            gate.Pass();
+            return then();
+        });
+    }
+
+    /// Calls a waiting command on a thread of its own; it is inside when this returns.
+    std::thread Call(const std::string& path)
+    {
+        std::thread caller([this, path] { result = router.Find(path).Invoke({}, nullptr); });
+        EXPECT_TRUE(gate.entered.Await());
+        return caller;
+    }
+
     ResourceRouter router;
+    Gate gate;
+    json result;
+};
+
+TEST_F(Router, FindsTheMostExactPattern)
+{
     std::deque<FakeResource> resources;
-    for (const char* pattern : patterns) {
+    for (const char* pattern : {"/", "/jobs", "/jobs/files/:jobFile", "/jobs/files/:jobFile/data",
+                                "/jobs/files/special", "/a/:x", "/a/:x/b/:y", "/a/fixed/b/c", "/only/:key", "/only"}) {
         router.Register(pattern, resources.emplace_back(FakeResource::WithDocument(pattern)));
     }
     const std::tuple<const char*, const char*, RequestInfo::KeyMap> cases[] = {
@@ -55,7 +70,7 @@ TEST(Router, FindsTheMostExactPattern)
         {"/only", "/only", {}},  // a pattern of its own before the parent of a key
     };
     for (const auto& [path, pattern, keys] : cases) {
-        EXPECT_EQ(Read(router, path), pattern) << path;
+        EXPECT_EQ(Read(path), pattern) << path;
         EXPECT_EQ(router.Find(path).Keys(), keys) << path;
     }
     for (const char* missing :
@@ -65,9 +80,8 @@ TEST(Router, FindsTheMostExactPattern)
     EXPECT_EQ(StatusOfCall([&] { router.Find("/jobs/files/%4"); }), Nucleo::ERROR_PARAMETER);
 }
 
-TEST(Router, RefusesPatternsThatAreTakenOrMalformed)
+TEST_F(Router, RefusesPatternsThatAreTakenOrMalformed)
 {
-    ResourceRouter router;
     FakeResource resource;
     router.Register("/a/:x", resource);
     for (const char* taken : {"/a/:x", "/a/:other", "//a/:x/"}) {
@@ -81,29 +95,23 @@ TEST(Router, RefusesPatternsThatAreTakenOrMalformed)
     EXPECT_EQ(router.Patterns(), (std::vector<std::string>{"/a/:x", "/a/b"}));
 }
 
-TEST(Router, OperationsThatDoNotFitThePathAreRefused)
+TEST_F(Router, OperationsThatDoNotFitThePathAreRefused)
 {
-    ResourceRouter router;
     FakeResource files = FakeResource::WithDocument("files");
     files.create = [](const auto&, const auto&) { return VxRest::CreateResult{}; };
     files.remove = [](const auto&) {};
     FakeResource command = FakeResource::WithCommand([](const auto&, const json& args) { return args; });
     router.Register("/files/:file", files);
     router.Register("/command", command);
-    const ResourceRouter::Match collection = router.Find("/files");
-    const ResourceRouter::Match member = router.Find("/files/*");
-    EXPECT_TRUE(collection.Allows(Operation::Create) && member.Allows(Operation::Delete));
-    EXPECT_FALSE(collection.Allows(Operation::Delete) || member.Allows(Operation::Create));
-    EXPECT_EQ(StatusOfCall([&] { member.Create({}, json::object()); }), Nucleo::ERROR_UNSUPPORTED);
-    EXPECT_EQ(StatusOfCall([&] { collection.Delete({}); }), Nucleo::ERROR_UNSUPPORTED);
-    EXPECT_EQ(StatusOfCall([&] { collection.Invoke({}, nullptr); }), Nucleo::ERROR_UNSUPPORTED);
-    EXPECT_EQ(StatusOfCall([&] { Read(router, "/command"); }), Nucleo::ERROR_UNSUPPORTED);
+    EXPECT_EQ(StatusOfCall([&] { router.Find("/files/*").Create({}, json::object()); }), Nucleo::ERROR_UNSUPPORTED);
+    EXPECT_EQ(StatusOfCall([&] { router.Find("/files").Delete({}); }), Nucleo::ERROR_UNSUPPORTED);
+    EXPECT_EQ(StatusOfCall([&] { router.Find("/files").Invoke({}, nullptr); }), Nucleo::ERROR_UNSUPPORTED);
+    EXPECT_EQ(StatusOfCall([&] { Read("/command"); }), Nucleo::ERROR_UNSUPPORTED);
     EXPECT_THROW(RequestInfo("/files", {}).FindKey("file"), std::out_of_range);
 }
 
-TEST(Router, DeregisterTakesThePatternOrTheWholeSubTree)
+TEST_F(Router, DeregisterTakesThePatternOrTheWholeSubTree)
 {
-    ResourceRouter router;
     FakeResource resource;
     for (const char* pattern : {"/jobs", "/jobs/files/:f", "/jobs2", "/jobs/commands/load"}) {
         router.Register(pattern, resource);
@@ -117,19 +125,12 @@ TEST(Router, DeregisterTakesThePatternOrTheWholeSubTree)
     EXPECT_TRUE(router.Patterns().empty());
 }
 
-TEST(Router, DeregisterWaitsForARunningCall)
+TEST_F(Router, DeregisterWaitsForARunningCall)
 {
-    ResourceRouter router;
-    Gate gate;
     std::atomic<bool> returned{false};
-    FakeResource slow = FakeResource::WithCommand([&](const auto&, const auto&) {
-        gate.Pass();
-        returned = true;
-        return nullptr;
-    });
+    FakeResource slow = Waiting([&] { return returned = true; });
     router.Register("/slow", slow);
-    std::thread caller([&] { router.Find("/slow").Invoke({}, nullptr); });
-    ASSERT_TRUE(gate.entered.Await());
+    std::thread caller = Call("/slow");
     Signal done;
     std::thread remover([&] {
         router.Deregister("/slow", false);
@@ -146,22 +147,17 @@ TEST(Router, DeregisterWaitsForARunningCall)
     caller.join();
 }
 
-TEST(Router, AResourceMayDeregisterItselfWhileOthersWaitForTheirTurn)
+TEST_F(Router, AResourceMayDeregisterItselfWhileOthersWaitForTheirTurn)
 {
-    ResourceRouter router;
     router.Serialize("/tree");
-    Gate gate;
-    FakeResource leaving = FakeResource::WithCommand([&](const auto&, const auto&) {
-        gate.Pass();
+    FakeResource leaving = Waiting([this] {
         router.Deregister("/tree", true);
         return "left";
     });
     FakeResource other = FakeResource::WithDocument(1);
     router.Register("/tree", leaving);
     router.Register("/tree/other", other);
-    json result;
-    std::thread caller([&] { result = router.Find("/tree").Invoke({}, nullptr); });
-    ASSERT_TRUE(gate.entered.Await());
+    std::thread caller = Call("/tree");
 
     Nucleo::Status waited = Nucleo::OK;
     Signal found;
@@ -181,26 +177,19 @@ TEST(Router, AResourceMayDeregisterItselfWhileOthersWaitForTheirTurn)
     EXPECT_EQ(result, "left");
 }
 
-TEST(Router, SerialisedSubTreeRunsOneRequestAtATime)
+TEST_F(Router, SerialisedSubTreeRunsOneRequestAtATime)
 {
-    ResourceRouter router;
     router.Serialize("/tree");
     router.Serialize("/tree/inner");  // lies within the first, which stays the one that counts
-    Gate gate;
-    FakeResource slow = FakeResource::WithCommand([&](const auto&, const auto&) {
-        gate.Pass();
-        return Read(router, "/tree/inner/doc");  // re-entrant: a call may ask for its own sub-tree
-    });
+    FakeResource slow = Waiting([this] { return Read("/tree/inner/doc"); });  // its own sub-tree: re-entrant
     FakeResource document = FakeResource::WithDocument("doc");
     FakeResource outside = FakeResource::WithDocument("outside");
     router.Register("/tree/slow", slow);
     router.Register("/tree/inner/doc", document);
     router.Register("/treetop", outside);
-    json result;
-    std::thread caller([&] { result = router.Find("/tree/slow").Invoke({}, nullptr); });
-    ASSERT_TRUE(gate.entered.Await());
+    std::thread caller = Call("/tree/slow");
 
-    EXPECT_EQ(Read(router, "/treetop"), "outside");
+    EXPECT_EQ(Read("/treetop"), "outside");
     ResponseInfo response;
     json tried;
     EXPECT_FALSE(router.Find("/tree/inner/doc").TryDocument({}, response, tried));
@@ -208,7 +197,7 @@ TEST(Router, SerialisedSubTreeRunsOneRequestAtATime)
 
     Signal served;
     std::thread second([&] {
-        Read(router, "/%74ree/inner/doc");  // whatever the spelling
+        Read("/%74ree/inner/doc");  // whatever the spelling
         served.Set();
     });
     EXPECT_FALSE(served.Await(std::chrono::milliseconds(20)));
@@ -219,9 +208,8 @@ TEST(Router, SerialisedSubTreeRunsOneRequestAtATime)
     EXPECT_TRUE(router.Find("/tree/inner/doc").TryDocument({}, response, tried));
 }
 
-TEST(Router, SerialisedCallsNeverOverlap)
+TEST_F(Router, SerialisedCallsNeverOverlap)
 {
-    ResourceRouter router;
     router.Serialize("/tree");
     int unguarded = 0;  // a race here is what the guard prevents
     FakeResource counter = FakeResource::WithCommand([&](const auto&, const auto&) {
@@ -233,7 +221,7 @@ TEST(Router, SerialisedCallsNeverOverlap)
     router.Register("/tree/:any", counter);
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&router, path = "/tree/" + std::to_string(t)] {
+        threads.emplace_back([this, path = "/tree/" + std::to_string(t)] {
             for (int i = 0; i < 200; ++i) {
                 router.Find(path).Invoke({}, nullptr);
             }
@@ -245,28 +233,29 @@ TEST(Router, SerialisedCallsNeverOverlap)
     EXPECT_EQ(unguarded, 800);
 }
 
-TEST(Router, GathersNoticesOfWhatIsRegistered)
+TEST(RouterNotices, ComeFromWhatIsRegistered)
 {
     std::vector<std::string> seen;
     std::optional<ResourceRouter> router(std::in_place);
-    const Vx::Subscription subscription =
-        router->NotificationEvent().Subscribe([&](VxRest::EventType type, const std::string& path) {
-            seen.push_back(std::to_string(static_cast<int>(type)) + path);
-        });
+    const Vx::Subscription subscription = router->NotificationEvent().Subscribe(
+        [&](VxRest::EventType, const std::string& path) { seen.push_back(path); });
     FakeResource first;
     FakeResource second;
     router->Register("/first", first);
     router->Register("/second", second);
     EXPECT_EQ(StatusOfCall([&] { router->Register("/first", second); }), Nucleo::ERROR_ALREADY_EXISTS);
     FakeResource copy = first;
-    first.NotificationEvent().Raise(VxRest::EventType::Created, "/first/a");
-    second.NotificationEvent().Raise(VxRest::EventType::Deleted, "/second");
-    copy.NotificationEvent().Raise(VxRest::EventType::Updated, "/copy");
-    EXPECT_EQ(seen, (std::vector<std::string>{"1/first/a", "3/second"}));
+    const auto raise = [](FakeResource& from, const char* path) {
+        from.NotificationEvent().Raise(VxRest::EventType::Created, path);
+    };
+    raise(first, "/first/a");
+    raise(second, "/second");
+    raise(copy, "/copy");
+    EXPECT_EQ(seen, (std::vector<std::string>{"/first/a", "/second"}));
     router->Deregister("/first", false);
-    first.NotificationEvent().Raise(VxRest::EventType::Updated, "/first");
+    raise(first, "/first");
     router.reset();
-    second.NotificationEvent().Raise(VxRest::EventType::Updated, "/second");
+    raise(second, "/second");
     EXPECT_EQ(seen.size(), 2u);
 }
 

@@ -58,6 +58,45 @@ public:
     std::vector<std::uint8_t> bytes;
 };
 
+/// How a node stands to this process.
+enum class NodeState : std::int32_t
+{
+    Online = 0,       ///< The discovery sees it; it is not connected.
+    Connected = 1,    ///< A connection is open.
+    Unreachable = 2,  ///< The discovery does not see it.
+};
+
+/// What a reset starts anew.
+enum class NodeReset : std::uint32_t
+{
+    Application = 1,  ///< The node's application; what it keeps in its storage stays.
+};
+
+/// How grave what an upgrade says is.
+enum class UpgradeLevel : std::int32_t
+{
+    Info = 0,
+    Warning = 1,
+    Error = 2,
+};
+
+/// What a running upgrade of a node says.
+struct UpgradeStatus
+{
+    std::string message;
+    UpgradeLevel level = UpgradeLevel::Info;
+};
+
+/// The server of a node that this process itself serves.
+class NodeServer
+{
+public:
+    virtual ~NodeServer() = default;
+
+    /// Tells whoever runs the server that it has to shut down, and does not wait for that. Any thread may call.
+    virtual Nucleo::Status NotifyShutdown() = 0;
+};
+
 /// One node of the system. Its operations may be called from any thread and may overlap. A node lives as long as its
 /// system.
 class Node
@@ -79,6 +118,28 @@ public:
 
     /// Makes a new object with the node's report: plain text, one "name: value" a line. As ReadCrashLog.
     virtual Nucleo::Status ReadNodeReport(DataObject** report, Nucleo::Allocator* allocator) = 0;
+
+    /// How the node stands now; it may stand otherwise at once.
+    virtual NodeState State() const = 0;
+
+    /// Opens the connection to the node; OK when it is open. ERROR_STATE while the node cannot be reached.
+    virtual Nucleo::Status Connect() = 0;
+
+    /// Closes the connection to the node; OK when there is none. On failure it stays open.
+    virtual Nucleo::Status Disconnect() = 0;
+
+    /// Gives the node's interface a new configuration through the discovery, which needs no connection and reaches the
+    /// node whatever its address is. OK when the node has taken it; otherwise the node keeps the one that it has:
+    /// ERROR_STATE while it cannot be reached, ERROR_PARAMETER when it cannot take this one. A connection should be
+    /// closed before: it would lead to the old address.
+    virtual Nucleo::Status DiscoverySetIpConfig(const IpConfig& ipConfig) = 0;
+
+    /// Asks the node to reset, which ends its connections, and does not wait for that. ERROR_STATE while it cannot be
+    /// reached.
+    virtual Nucleo::Status Reset(NodeReset what) = 0;
+
+    /// The node's server when this process serves the node, else null. Lives as long as the node.
+    virtual NodeServer* LocalServer() = 0;
 };
 
 /// The system: reference-counted; nodes are found by id.

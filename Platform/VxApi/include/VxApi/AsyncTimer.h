@@ -22,7 +22,8 @@ public:
     AsyncTimer(const AsyncTimer&) = delete;
     AsyncTimer& operator=(const AsyncTimer&) = delete;
 
-    /// Fires once after `delay`. A timer that is running already starts anew with this delay.
+    /// Fires once after `delay`. A timer that is running already starts anew with this delay. A callback that does this
+    /// while its timer is being destroyed does nothing.
     void Start(std::chrono::microseconds delay);
 
     /// Takes a pending firing back and returns at once; a callback that is just running goes on.

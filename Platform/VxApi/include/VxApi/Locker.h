@@ -15,6 +15,9 @@ public:
     Locker& operator=(const Locker&) = delete;
 
 private:
+    // Not defined and never called: it tells the checker what a function that returns a Locker hands over.
+    Locker(Locker&& other) VX_ACQUIRE(other.lock_);
+
     Nucleo::Lock& lock_;
 };
 

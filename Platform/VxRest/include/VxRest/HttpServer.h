@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 
+#include <Nucleo/Stream.h>
 #include <VxRest/ResourceRouter.h>
 
 namespace VxRest
@@ -87,3 +88,12 @@ private:
 };
 
 }  // namespace VxRest
+
+/// Writes a log as text, lines ended by CR LF. Called on a worker thread of a server, several at once.
+using VrPrivateLogFx = Nucleo::Status (*)(Nucleo::Stream* stream);
+
+/// Sets what every server of the process shows at "/private-log" as text/plain, to clients on the loopback address or
+/// with the server's token only; null: nothing, and the page is not found. `*previous` (may be null) receives what was
+/// set before. Waits until no call of the previous handler is running; ERROR_STATE, and nothing changes, when called
+/// from inside one. Safe on any thread; the caller holds no lock that the handler takes.
+extern "C" Nucleo::Status VrHttpServer_SetPrivateLogHandler(VrPrivateLogFx handler, VrPrivateLogFx* previous);

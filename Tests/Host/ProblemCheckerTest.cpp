@@ -1,0 +1,179 @@
+#include <Host/ProblemChecker.h>
+
+#include <filesystem>
+#include <fstream>
+#include <optional>
+
+#include <gtest/gtest.h>
+
+#include <Host/ProblemSources.h>
+#include <VxTestSupport/TemporaryFolder.h>
+
+#include "Rig.h"
+
+namespace VxHostTest
+{
+namespace
+{
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using VxTestSupport::TemporaryFolder;
+namespace fs = std::filesystem;
+
+class ProblemCheckerTest : public testing::Test
+{
+protected:
+    ProblemCheckerTest()
+    {
+        subscription = problems.UpdatedEvent().Subscribe([this] { ++notices; });
+        checker.emplace(problems, VxHost::StorageLimits(),
+                        VxHost::ProblemSources{[this] { return storageUse; }, [this] { return unsaved; },
+                                               [this] { return damaged; },
+                                               [this] {
+                                                   if (down.size() > 2) {
+                                                       throw std::runtime_error("no interfaces");
+                                                   }
+                                                   return down;
+                                               }});
+    }
+
+    /// What is listed after the next check: each problem with the letter of its severity.
+    std::vector<std::string> Next()
+    {
+        time.Advance(VxHost::ProblemChecker::Period);
+        std::vector<std::string> listed;
+        for (const VxCommon::Problem& problem : problems.Enumerate()) {
+            listed.push_back(std::string(VcProblemSeverity_Name(problem.severity), 1) + " " + problem.source + ": " +
+                             problem.msg);
+        }
+        return listed;
+    }
+
+    VxTestSupport::ScopedManualTime time;
+    double storageUse = 0;
+    std::vector<std::string> unsaved;
+    std::vector<std::string> damaged;
+    std::vector<std::string> down;
+    int notices = 0;
+    VxCommon::ProblemsManager problems;
+    Vx::Subscription subscription;
+    std::optional<VxHost::ProblemChecker> checker;
+};
+
+TEST_F(ProblemCheckerTest, StorageIsToldOfAboveItsThresholds)
+{
+    const std::vector<std::string> none;
+    const std::vector<std::string> warning = {"P Storage: The storage of the data folder is more than 90 % full."};
+    const std::vector<std::string> full = {"B Storage: The storage of the data folder is more than 98 % full."};
+    const struct
+    {
+        double use;
+        std::vector<std::string> listed;
+        int notices;
+    } checks[] = {{90, none, 0},  {90.1, warning, 1}, {98, warning, 0}, {98.1, full, 1},
+                  {100, full, 0}, {95, warning, 1},   {94, warning, 0}, {10, none, 1}};
+    for (const auto& check : checks) {
+        SCOPED_TRACE(check.use);
+        storageUse = check.use;
+        notices = 0;
+        EXPECT_EQ(Next(), check.listed);
+        EXPECT_EQ(notices, check.notices);
+    }
+}
+
+TEST_F(ProblemCheckerTest, EveryFactComesAndGoesByItself)
+{
+    unsaved = {"GLOBAL"};
+    damaged = {"Workspace.vpws"};
+    down = {"eth0", "eth1"};
+    const auto all = Next();
+    EXPECT_THAT(all, ElementsAre("B Auto-save: The GLOBAL domain cannot be saved.",
+                                 "P Start: The file Workspace.vpws was damaged at start; what it held is kept as "
+                                 "Workspace.vpws.d01 to .d05.",
+                                 "P Network: The interface eth0 is down.", "P Network: The interface eth1 is down."));
+    EXPECT_EQ(notices, 1);
+    down.emplace_back("eth2");  // From now on the interfaces cannot be asked.
+    unsaved.clear();
+    EXPECT_THAT(Next(), ElementsAre(all[1])) << "the check before the failure stands";
+    down.pop_back();
+    EXPECT_THAT(Next(), ElementsAre(all[1], all[2], all[3])) << "the checks go on";
+    checker.reset();
+    EXPECT_EQ(problems.Count(), 0U);
+    EXPECT_EQ(time.Pending(), 0U);
+}
+
+using ProblemSourcesTest = RigTest;
+
+TEST_F(ProblemSourcesTest, DomainIsUnsavedWhileItsSavesFail)
+{
+    const auto sources = VxHost::MakeProblemSources({}, rig.manager, rig.watch, {});
+    for (int i = 1; i <= 2; ++i) {
+        platform.Storage().FailNext(FileOp::Upload, "Workspace.vpws", i, Nucleo::ERROR_DISK_FULL);
+    }
+    rig.layout.Update({{"zoom", 250}});
+    EXPECT_THAT(sources.unsavedDomains(), IsEmpty());
+    time.Advance(2s);
+    EXPECT_THAT(sources.unsavedDomains(), ElementsAre("WORKSPACE"));
+    time.Advance(4s);
+    EXPECT_THAT(sources.unsavedDomains(), IsEmpty());
+}
+
+TEST_F(ProblemSourcesTest, DamagedFileIsToldOfWhileItsCopyIsThere)
+{
+    rig.manager.Shutdown();
+    for (const char* file : {"PersistRecord.xml", "Global.tar", "Workspace.vpws"}) {
+        SCOPED_TRACE(file);
+        platform.Storage().Put(file, "junk");
+        Rig started(platform, false);
+        const auto sources =
+            VxHost::MakeProblemSources({}, started.manager, started.watch,
+                                       VxHost::LoadState(started.manager, started.system, started.info, started.watch));
+        EXPECT_THAT(sources.setAsideFiles(), ElementsAre(file));
+        platform.Storage().Remove(std::string(file) + ".d01");
+        EXPECT_THAT(sources.setAsideFiles(), IsEmpty());
+        Rig next(platform, false);
+        EXPECT_THAT(VxHost::LoadState(next.manager, next.system, next.info, next.watch), IsEmpty());
+    }
+}
+
+TEST(ProblemFactsTest, InterfacesThatAreUpWithoutCarrierAreDown)
+{
+    const TemporaryFolder folder;
+    const struct
+    {
+        const char* name;
+        const char* flags;
+        const char* carrier;  // What reading it gives; none when it is switched off.
+    } interfaces[] = {{"wire1", "0x1003\n", "0\n"},
+                      {"lo", "0x9\n", "0\n"},
+                      {"off", "0x1002\n", ""},
+                      {"wire0", "0x1003\n", "0\n"},
+                      {"up", "0x1003\n", "1\n"}};
+    for (const auto& [name, flags, carrier] : interfaces) {
+        fs::create_directory(folder.Path() / name);
+        std::ofstream(folder.Path() / name / "flags") << flags;
+        std::ofstream(folder.Path() / name / "carrier") << carrier;
+    }
+    std::ofstream(folder.Path() / "bonding_masters") << "wire0\n";
+    EXPECT_THAT(VxHost::DownInterfaces(folder.Path()), ElementsAre("wire0", "wire1"));
+    EXPECT_THAT(VxHost::DownInterfaces(folder.Path() / "missing"), IsEmpty());
+}
+
+TEST(ProblemFactsTest, StorageIsTheFileSystemsOrWhatTheFolderMayTake)
+{
+    const TemporaryFolder folder;
+    fs::create_directory(folder.Path() / "user");
+    for (const char* name : {"a", "user/b"}) {
+        std::ofstream(folder.Path() / name) << std::string(300, 'x');
+    }
+    EXPECT_DOUBLE_EQ(VxHost::StorageUse(folder.Path(), 800), 75.0);
+    const double ofAll = VxHost::StorageUse(folder.Path(), 0);
+    EXPECT_GT(ofAll, 0.0);
+    EXPECT_LE(ofAll, 100.0);
+    EXPECT_EQ(VxHost::StorageUse(folder.Path() / "missing", 0), 0.0);
+    EXPECT_EQ(VxHost::StorageUse(folder.Path() / "missing", 800), 0.0);
+}
+
+}  // namespace
+}  // namespace VxHostTest

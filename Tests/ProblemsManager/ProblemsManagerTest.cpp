@@ -1,0 +1,273 @@
+#include <VxCommon/ProblemsManager/ProblemsManager.h>
+
+#include <atomic>
+#include <thread>
+
+#include <VxTestSupport/FailingAllocator.h>
+#include <VxTestSupport/LogCapture.h>
+#include <VxTestSupport/ScopedDefaultAllocator.h>
+
+#include "Listed.h"
+
+using namespace VxCommonTest;
+using namespace Nucleo::Statuses;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using VxCommon::ProblemIterator;
+using VxCommon::ProblemsManager;
+
+namespace
+{
+
+const std::string addRefused = "-997 ProblemsManager/ProblemsManager 80 VxCommon::ProblemsManager::Add";
+const std::string removeRefused = "-997 ProblemsManager/ProblemsManager 97 VxCommon::ProblemsManager::Remove";
+const std::string endRefused = "-1000 ProblemsManager/ProblemsManager 173 VxCommon::ProblemsManager::EndUpdate";
+
+class ProblemsManagerTest : public testing::Test
+{
+protected:
+    /// Notes at each notification what is listed then, and does `then`.
+    void Follow(std::function<void()> then = nullptr)
+    {
+        subscription = manager.UpdatedEvent().Subscribe([this, then] {
+            seen.push_back(Listed(manager));
+            if (then) {
+                then();
+            }
+        });
+    }
+
+    ProblemsManager manager;
+    std::vector<std::vector<std::string>> seen;
+    Vx::Subscription subscription;
+};
+
+TEST_F(ProblemsManagerTest, ReportsAreCountedAndTheLastWithdrawalNotifiesBeforeItUnlinks)
+{
+    Follow();
+    const ProblemIterator first = manager.Add(potential, "a", "hot: %1$d", 7);
+    EXPECT_EQ(manager.Add(blocking, "a", "hot: 7"), first) << "whatever the severity";
+    const ProblemIterator other = manager.Add(blocking, "b", "hot: %s", "7");
+    EXPECT_EQ(first->severity, potential);
+    EXPECT_EQ(manager.BlockingCount(), 1U);
+    EXPECT_EQ(manager.ProblemExists({"hot: 7", "b", potential}), other);
+    EXPECT_FALSE(manager.ProblemExists({"hot: 7", "c", potential}));
+    EXPECT_THAT(seen, ElementsAre(ElementsAre("a: hot: 7 1"), ElementsAre("a: hot: 7 2", "b: hot: 7 1")));
+
+    seen.clear();
+    manager.Remove(first);
+    EXPECT_THAT(seen, IsEmpty());
+    manager.Remove(other);
+    EXPECT_EQ(manager.BlockingCount(), 0U);
+    EXPECT_THAT(Listed(manager), ElementsAre("a: hot: 7 1"));
+    manager.Remove(first);
+    EXPECT_THAT(Listed(manager), IsEmpty());
+    EXPECT_THAT(seen, ElementsAre(ElementsAre("a: hot: 7 1", "b: hot: 7 0"), ElementsAre("a: hot: 7 0")));
+}
+
+TEST_F(ProblemsManagerTest, BatchNotifiesOnceAtItsOutermostEnd)
+{
+    Follow();
+    EXPECT_EQ(Thrown([&] { manager.EndUpdate(); }), endRefused);
+    manager.BeginUpdate();
+    manager.BeginUpdate();
+    manager.Add(potential, "s", "1");
+    const ProblemIterator gone = manager.Add(potential, "s", "2");
+    manager.Add(blocking, "s", "3");
+    manager.Remove(gone);
+    EXPECT_THAT(Listed(manager), ElementsAre("s: 1 1", "s: 3 1")) << "taken out at once";
+    manager.EndUpdate();
+    EXPECT_THAT(seen, IsEmpty());
+    manager.EndUpdate();
+    EXPECT_THAT(seen, ElementsAre(ElementsAre("s: 1 1", "s: 3 1")));
+
+    manager.BeginUpdate();
+    manager.Clear();
+    manager.EndUpdate();
+    EXPECT_THAT(seen.back(), IsEmpty());
+    manager.BeginUpdate();
+    manager.EndUpdate();
+    EXPECT_EQ(seen.size(), 2U) << "nothing changed";
+    EXPECT_EQ(Thrown([&] { manager.EndUpdate(); }), endRefused);
+    manager.Add(potential, "s", "1");
+    EXPECT_EQ(seen.size(), 3U) << "no batch is open";
+}
+
+TEST_F(ProblemsManagerTest, MessagesAreFormattedWithinTheirBoundAndLoggedAsTheyAre)
+{
+    const std::string longest(511, 'x');
+    const std::string tooLong(512, 'x');
+    const std::string percents(512, '%');  // Half as long when it is printed.
+    const VxTestSupport::ScopedLogCapture log;
+    EXPECT_EQ(manager.Add(potential, "s", longest.c_str())->msg, longest);
+    EXPECT_EQ(manager.Add(blocking, "s", "%2$s%%d %%n", longest.substr(7))->msg, longest.substr(7) + "%d %n");
+    EXPECT_EQ(manager.Add(static_cast<VcProblemSeverity>(2), "s", "neither")->msg, "neither");
+    EXPECT_EQ(manager.Add(potential, "s", nullptr)->msg, "");
+    EXPECT_EQ(Thrown([&] { manager.Add(potential, "s", tooLong.c_str()); }), addRefused);
+    EXPECT_EQ(Thrown([&] { manager.Add(potential, "s", "%s", tooLong); }), addRefused);
+    EXPECT_EQ(Thrown([&] { manager.Add(potential, "s", percents.c_str()); }), addRefused);
+    EXPECT_EQ(manager.Count(), 4U);
+
+    const std::uint64_t debug = std::uint64_t{1} << 63U;
+    const std::string refused = "Message is too long or could not be formatted: ";
+    const std::vector<std::pair<std::uint64_t, std::string>> expected = {{debug | 1, longest},
+                                                                         {debug | 2, longest.substr(7) + "%d %n"},
+                                                                         {debug | 1, ""},
+                                                                         {debug | 2, refused + tooLong},
+                                                                         {debug | 2, refused + "%s"},
+                                                                         {debug | 2, refused + percents}};
+    std::vector<std::pair<std::uint64_t, std::string>> logged;
+    for (const VxTestSupport::LogLine& line : log.Lines()) {
+        EXPECT_EQ(line.source, "ProblemsManager/ProblemsManager");
+        logged.emplace_back(line.options, line.text);
+    }
+    EXPECT_EQ(logged, expected);
+    EXPECT_EQ(manager.BlockingCount(), 1U);
+    EXPECT_STREQ(VcProblemSeverity_Name(potential), "Potential");
+    EXPECT_STREQ(VcProblemSeverity_Name(blocking), "Blocking");
+    EXPECT_STREQ(VcProblemSeverity_Name(static_cast<VcProblemSeverity>(2)), "Unknown");
+}
+
+TEST_F(ProblemsManagerTest, IteratorsOutliveTheirProblems)
+{
+    const ProblemIterator removed = manager.Add(blocking, "s", "removed");
+    manager.Remove(removed);
+    const ProblemIterator cleared = manager.Add(blocking, "s", "cleared");
+    manager.Add(potential, "s", "last");
+    manager.Clear();
+    const ProblemIterator anew = manager.Add(potential, "s", "cleared");
+    ProblemsManager copy(manager);
+    EXPECT_THAT(Listed(copy), ElementsAre("s: cleared 1"));
+    for (const ProblemIterator& it : {ProblemIterator(), removed, cleared, copy.Enumerate().begin()}) {
+        EXPECT_EQ(Thrown([&] { manager.Remove(it); }), removeRefused);
+        EXPECT_FALSE(manager.TryRemove(it));
+        EXPECT_FALSE(manager.Retain(it));
+    }
+    EXPECT_EQ(cleared->msg, "cleared");
+    EXPECT_EQ(std::next(cleared), ProblemIterator()) << "not into the list as it is now";
+    EXPECT_THAT(Listed(manager), ElementsAre("s: cleared 1"));
+    EXPECT_EQ(manager.BlockingCount(), 0U);
+
+    ProblemsManager moved(std::move(manager));
+    EXPECT_EQ(manager.Count(), 0U);  // NOLINT(bugprone-use-after-move): what is left is defined.
+    moved.Remove(anew);
+    EXPECT_EQ(moved.Count(), 0U);
+    EXPECT_EQ(copy.Count(), 1U);
+
+    VxCommon::ProblemList large;
+    for (int i = 0; i < 200'000; ++i) {
+        large.Append({});
+    }
+    large.Clear();
+    EXPECT_FALSE(large.First()) << "and the stack was not used up";
+}
+
+TEST_F(ProblemsManagerTest, WhatListenersDoDuringARemovalIsKept)
+{
+    ProblemIterator it;
+    const struct
+    {
+        const char* what;
+        std::function<void()> action;
+        std::vector<std::string> left;
+        std::uint32_t blocking;
+    } cases[] = {
+        {"adds it again", [&] { EXPECT_EQ(manager.Add(potential, "s", "p"), it); }, {"t: other 1", "s: p 1"}, 1},
+        {"adds it again and removes it", [&] { manager.Remove(manager.Add(potential, "s", "p")); }, {"t: other 1"}, 0},
+        {"removes it", [&] { EXPECT_EQ(Thrown([&] { manager.Remove(it); }), removeRefused); }, {"t: other 1"}, 0},
+        {"clears", [&] { manager.Clear(); }, {}, 0},
+        {"clears and adds the same anew",
+         [&] {
+             manager.Clear();
+             EXPECT_NE(manager.Add(potential, "s", "p"), it);
+         },
+         {"s: p 1"},
+         0},
+    };
+    for (const auto& [what, action, left, blockingLeft] : cases) {
+        SCOPED_TRACE(what);
+        manager.Add(potential, "t", "other");
+        it = manager.Add(blocking, "s", "p");
+        Follow([act = action]() mutable {
+            if (const auto once = std::exchange(act, nullptr)) {
+                once();
+            }
+        });
+        manager.Remove(it);
+        EXPECT_EQ(Listed(manager), left);
+        EXPECT_EQ(manager.BlockingCount(), blockingLeft);
+        subscription.Reset();
+        manager.Clear();
+    }
+}
+
+TEST_F(ProblemsManagerTest, ListenerThatThrowsLeavesNoReportBehind)
+{
+    const ProblemIterator kept = manager.Add(potential, "s", "kept");
+    const ProblemIterator withdrawn = manager.Add(blocking, "s", "withdrawn");
+    Follow([] { throw std::runtime_error("listener"); });
+    EXPECT_THROW(manager.Add(blocking, "s", "new"), std::runtime_error);
+    EXPECT_THROW(manager.Remove(withdrawn), std::runtime_error);
+    EXPECT_THAT(Listed(manager), ElementsAre("s: kept 1"));
+    EXPECT_EQ(manager.BlockingCount(), 0U);
+    manager.BeginUpdate();
+    manager.Remove(kept);
+    EXPECT_THROW(manager.EndUpdate(), std::runtime_error);
+    EXPECT_EQ(Thrown([&] { manager.EndUpdate(); }), endRefused) << "the batch has ended";
+}
+
+TEST(ProblemsManagerMemoryTest, LockThatCannotBeMadeIsTold)
+{
+    VxTestSupport::FailingAllocator allocator(0);
+    const VxTestSupport::ScopedDefaultAllocator scope(allocator);
+    EXPECT_EQ(Thrown([] { const ProblemsManager manager; }),
+              std::to_string(ERROR_MEMORY) +
+                  " ProblemsManager/ProblemsManager 12 VxCommon::ProblemsManager::ProblemsManager");
+    EXPECT_EQ(allocator.Live(), 0);
+}
+
+TEST(ProblemsManagerThreadsTest, EightThreadsWhileListenersCallBack)
+{
+    ProblemsManager manager;
+    std::atomic<std::uint64_t> notices{0};
+    const Vx::Subscription subscription = manager.UpdatedEvent().Subscribe([&] {
+        thread_local bool inside = false;
+        if (!std::exchange(inside, true)) {
+            ++notices;
+            manager.TryRemove(manager.Add(potential, "listener", "seen"));
+            if (notices % 64 == 0) {
+                manager.Clear();
+            }
+            Listed(manager);
+            inside = false;
+        }
+    });
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 8; ++thread) {
+        threads.emplace_back([&manager, thread] {
+            for (int round = 0; round < 200; ++round) {
+                const bool batch = (round + thread) % 3 == 0;
+                if (batch) {
+                    manager.BeginUpdate();
+                }
+                const ProblemIterator reports[] = {manager.Add(potential, "s", "shared %d", round % 2),
+                                                   manager.Add(blocking, "s", "own %d", thread)};
+                for (const ProblemIterator& report : reports) {
+                    manager.TryRemove(report);
+                }
+                if (batch) {
+                    manager.EndUpdate();
+                }
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_THAT(Listed(manager), IsEmpty());
+    EXPECT_EQ(manager.BlockingCount(), 0U);
+    EXPECT_GT(notices, 0U);
+    EXPECT_EQ(Thrown([&] { manager.EndUpdate(); }), endRefused);
+}
+
+}  // namespace

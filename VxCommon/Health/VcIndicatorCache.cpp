@@ -1,0 +1,234 @@
+#include <VxCommon/Health/VcIndicatorCache.h>
+
+#include <algorithm>
+
+using namespace Nucleo::Statuses;
+using Nucleo::Allocator;
+using Nucleo::Status;
+
+namespace
+{
+
+using Report = Nucleo::ArrayList<VcHealthIndicator>;
+constexpr std::size_t none = VcIndicatorListItem_None;
+
+Status VcIndicatorCache_VRelease(Nucleo::Object* object)
+{
+    auto& cache = static_cast<VcIndicatorCache&>(*object);
+    cache.items = {};
+    cache.list = {};
+    return cache.map.Release();
+}
+
+void CopyItem(VcHealthIndicator& item, const VcHealthIndicator& reported)
+{
+    item = reported;
+    item.name[sizeof item.name - 1] = '\0';
+}
+
+// Copies a report over one of the same length. Whether the keys are what they were.
+bool CopyOver(Report& items, const Report& report)
+{
+    std::uint32_t difference = 0;
+    const VcHealthIndicator* reported = report.Items().data();
+    for (std::size_t i = 0; i < report.Count(); ++i) {
+        VcHealthIndicator& item = items.At(i);
+        difference |= (item.id ^ reported[i].id) | (item.instance ^ reported[i].instance);
+        CopyItem(item, reported[i]);
+    }
+    return difference == 0;
+}
+
+// Forgets which items belong to which id.
+void Unlink(VcIndicatorCache& cache)
+{
+    cache.indexed = false;
+    cache.map.Clear();
+    for (std::size_t i = 0; i < cache.list->Count(); ++i) {
+        cache.list->At(i) = {none, none};
+    }
+}
+
+// Makes the copy and one list item for each.
+Status TakeCopy(VcIndicatorCache& cache, const Report& report)
+{
+    Status status = cache.list->Reserve(report.Count());
+    status = status == OK ? cache.items->Resize(report.Count()) : status;
+    if (status != OK) {
+        return status;
+    }
+    for (std::size_t i = 0; i < report.Count(); ++i) {
+        CopyItem(cache.items->At(i), report.At(i));
+    }
+    return cache.list->Resize(report.Count());  // The room is there.
+}
+
+Status Link(VcIndicatorCache& cache, std::uint32_t id, std::size_t position)
+{
+    VcIndicatorMapItem* chain = nullptr;
+    if (const Status status = cache.map.Add(id, {position, position}, &chain); status != OK) {
+        return status;
+    }
+    if (chain->last != position) {
+        cache.list->At(chain->last).next = position;
+        chain->last = position;
+    }
+    cache.list->At(position).index = position;
+    return OK;
+}
+
+Status LinkAll(VcIndicatorCache& cache)
+{
+    Unlink(cache);
+    for (std::size_t i = 0; i < cache.items->Count(); ++i) {
+        if (const Status status = Link(cache, cache.items->At(i).id, i); status != OK) {
+            return status;
+        }
+    }
+    cache.indexed = true;
+    return OK;
+}
+
+const VcHealthIndicator* FindItem(const VcIndicatorCache& cache, std::uint32_t id, std::uint32_t instance)
+{
+    const VcIndicatorMapItem* chain = cache.map.Find(id);
+    for (std::size_t i = chain != nullptr ? chain->first : none; i != none; i = cache.list->At(i).next) {
+        if (const VcHealthIndicator& item = cache.items->At(i); item.instance == instance) {
+            return &item;
+        }
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+const Nucleo::Type& VcIndicatorCache::StaticType() noexcept
+{
+    static const Nucleo::Type type{"VcIndicatorCache", &Nucleo::Object::StaticType(), sizeof(VcIndicatorCache),
+                                   &VcIndicatorCache_VRelease};
+    return type;
+}
+
+Status VcIndicatorCache_Construct(VcIndicatorCache** cache, Allocator* allocator)
+{
+    Allocator& source = allocator != nullptr ? *allocator : Nucleo::DefaultAllocator();
+    Nucleo::Handle<VcIndicatorCache> made;
+    Status status = Nucleo::Construct(made.Receive(), &source, source);
+    status = status == OK ? Report::Make(made->items.Receive(), 0, &source) : status;
+    status = status == OK ? Nucleo::ArrayList<VcIndicatorListItem>::Make(made->list.Receive(), 0, &source) : status;
+    *cache = status == OK ? made.Detach() : nullptr;
+    return status;
+}
+
+Status VcIndicatorCache_Update(VcIndicatorCache* cache, const Report* report)
+{
+    Status status = OK;
+    if (cache->indexed && cache->items->Count() == report->Count()) {
+        if (CopyOver(*cache->items, *report)) {
+            return OK;
+        }
+    } else {
+        status = TakeCopy(*cache, *report);
+    }
+    status = status == OK ? LinkAll(*cache) : status;
+    if (status != OK) {
+        cache->items->Clear();
+        cache->list->Clear();
+        Unlink(*cache);
+    }
+    return status;
+}
+
+Status VcIndicatorCache_InitUpdate(VcIndicatorCache* cache, const Report* report)
+{
+    const Status status = TakeCopy(*cache, *report);
+    if (status == OK) {
+        Unlink(*cache);
+    }
+    return status;
+}
+
+Status VcIndicatorCache_InsertNew(VcIndicatorCache* cache, const VcHealthIndicator* item, std::size_t position)
+{
+    if (position >= cache->list->Count()) {
+        return ERROR_PARAMETER;
+    }
+    if (cache->list->At(position).index != none) {
+        return ERROR_ALREADY_EXISTS;
+    }
+    return Link(*cache, item->id, position);
+}
+
+Status VcIndicatorCache_Find(const VcIndicatorCache* cache, std::uint32_t id, std::uint32_t instance,
+                             std::int64_t* value)
+{
+    const VcHealthIndicator* item = FindItem(*cache, id, instance);
+    if (item == nullptr) {
+        return ERROR_NOT_FOUND;
+    }
+    *value = item->value;
+    return OK;
+}
+
+Status VcIndicatorCache_FindName(const VcIndicatorCache* cache, std::uint32_t id, const char** name)
+{
+    const VcIndicatorMapItem* chain = cache->map.Find(id);
+    if (chain == nullptr) {
+        return ERROR_NOT_FOUND;
+    }
+    *name = cache->items->At(chain->first).name;
+    return OK;
+}
+
+const VcIndicatorListItem* VcIndicatorCache_FirstById(const VcIndicatorCache* cache, std::uint32_t id)
+{
+    const VcIndicatorMapItem* chain = cache->map.Find(id);
+    return chain != nullptr ? &cache->list->At(chain->first) : nullptr;
+}
+
+const VcIndicatorListItem* VcIndicatorCache_NextById(const VcIndicatorCache* cache, const VcIndicatorListItem* handle)
+{
+    return handle != nullptr && handle->next != none ? &cache->list->At(handle->next) : nullptr;
+}
+
+const char* VcIndicatorCache_ItemName(const VcIndicatorCache* cache, const VcIndicatorListItem* handle)
+{
+    return cache->items->At(handle->index).name;
+}
+
+std::uint32_t VcIndicatorCache_ItemInstance(const VcIndicatorCache* cache, const VcIndicatorListItem* handle)
+{
+    return cache->items->At(handle->index).instance;
+}
+
+std::int64_t VcIndicatorCache_ItemValue(const VcIndicatorCache* cache, const VcIndicatorListItem* handle)
+{
+    return cache->items->At(handle->index).value;
+}
+
+std::size_t VcIndicatorCache_Count(const VcIndicatorCache* cache)
+{
+    return cache->items->Count();
+}
+
+const VcHealthIndicator* VcIndicatorCache_At(const VcIndicatorCache* cache, std::size_t position)
+{
+    return &cache->items->At(position);
+}
+
+std::int64_t VcIndicatorCache_Aggregate(const VcIndicatorCache* cache, const std::uint32_t* ids, std::uint32_t instance,
+                                        std::size_t count)
+{
+    std::uint64_t sum = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+        const VcHealthIndicator* item = FindItem(*cache, ids[i], instance);
+        sum += item != nullptr ? static_cast<std::uint64_t>(item->value) : 0;
+    }
+    return static_cast<std::int64_t>(sum);
+}
+
+Status xxVcIndicatorCache_Register(Nucleo::Assembly* assembly)
+{
+    const Nucleo::TypeOverride overrides[] = {{"VRelease", &VcIndicatorCache_VRelease}};
+    return assembly->AddClass(VcIndicatorCache::StaticType(), overrides);
+}
