@@ -9,20 +9,10 @@
 #include <VxApi/Exception.h>
 #include <VxCommon/Persistence/PersistUtils.h>
 
+#include "FuzzSupport.h"
+
 using VxCommon::PersistStore;
 using VxCommon::PersistUtils;
-
-namespace
-{
-
-void Require(bool condition)
-{
-    if (!condition) {
-        std::abort();
-    }
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {

@@ -12,39 +12,13 @@
 #include <Nucleo/Serializer.h>
 #include <VxCommon/VcStatistics/VcDistribution.h>
 
+#include "FuzzSupport.h"
+
 using namespace Nucleo::Statuses;
 using List = Nucleo::ArrayList<VcDistribution>;
 
 namespace
 {
-
-void Require(bool condition)
-{
-    if (!condition) {
-        std::abort();
-    }
-}
-
-/// The same bytes a little at a time and without a length.
-class PieceStream final : public Nucleo::Stream
-{
-public:
-    PieceStream(const std::uint8_t* data, std::size_t size) : data_(data), left_(size) {}
-    Nucleo::Status Read(void* buffer, std::size_t minimum, std::size_t maximum, std::size_t* count) override
-    {
-        *count = std::min({maximum, minimum + 5, left_});
-        if (*count != 0) {
-            std::memcpy(buffer, data_, *count);
-        }
-        data_ += *count;
-        left_ -= *count;
-        return *count >= minimum ? OK : ERROR_END;
-    }
-
-private:
-    const std::uint8_t* data_;
-    std::size_t left_;
-};
 
 const Nucleo::Assembly& Types()
 {
@@ -69,7 +43,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 {
     Nucleo::Handle<Nucleo::MemoryStream> memory;
     Require(Nucleo::MemoryStream_Construct(memory.Receive()) == OK && memory->Attach(data, size) == OK);
-    PieceStream pieces(data, size);
+    PieceStream pieces(data, size, 5);
     Nucleo::Handle<List> list;
     Nucleo::Handle<List> listOfPieces;
     const Nucleo::Status status = Read(*memory, list);

@@ -13,38 +13,12 @@
 
 #include <TesselLib/Tar.h>
 
+#include "FuzzSupport.h"
+
 using namespace Nucleo::Statuses;
 
 namespace
 {
-
-void Require(bool condition)
-{
-    if (!condition) {
-        std::abort();
-    }
-}
-
-/// The same bytes without a length and without a place in memory.
-class PieceStream final : public Nucleo::Stream
-{
-public:
-    PieceStream(const std::uint8_t* data, std::size_t size) : data_(data), left_(size) {}
-    Nucleo::Status Read(void* buffer, std::size_t minimum, std::size_t maximum, std::size_t* count) override
-    {
-        *count = std::min(maximum, left_);
-        if (*count != 0) {
-            std::memcpy(buffer, data_, *count);
-        }
-        data_ += *count;
-        left_ -= *count;
-        return *count >= minimum ? OK : ERROR_END;
-    }
-
-private:
-    const std::uint8_t* data_;
-    std::size_t left_;
-};
 
 struct Entry
 {
@@ -103,7 +77,7 @@ void Check(const std::uint8_t* data, std::size_t size)
     Nucleo::Handle<Nucleo::MemoryStream> memory;
     Require(Nucleo::MemoryStream_Construct(memory.Receive()) == OK);
     Require(memory->Attach(data, size) == OK);
-    PieceStream pieces(data, size);
+    PieceStream pieces(data, size, SIZE_MAX);
     Nucleo::Status end = OK;
     Nucleo::Status endOfPieces = OK;
     const std::vector<Entry> entries = ReadAll(*memory, size, &end);

@@ -8,15 +8,10 @@
 
 #include <Nucleo/XmlDocument.h>
 
+#include "FuzzSupport.h"
+
 namespace
 {
-
-void Require(bool condition)
-{
-    if (!condition) {
-        std::abort();
-    }
-}
 
 /// Whether both elements have the same names, texts and children.
 bool Same(const Nucleo::XmlDocument& a, Nucleo::XmlNode x, const Nucleo::XmlDocument& b, Nucleo::XmlNode y)

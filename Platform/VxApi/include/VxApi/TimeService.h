@@ -1,5 +1,6 @@
 #pragma once
-// The clock and the thread behind every AsyncTimer, replaceable so that tests drive time themselves.
+// The clock and the thread behind every AsyncTimer, replaceable so that tests drive time themselves, and with it the
+// jobs of every AsyncRunner.
 
 #include <chrono>
 #include <cstdint>
@@ -30,12 +31,16 @@ public:
     /// inside that call.
     virtual void Wait(Ticket ticket) = 0;
 
+    /// Whether the jobs of an AsyncRunner are scheduled here, one call a job, instead of running on a thread of the
+    /// runner's own: so they run when whoever drives the time lets them.
+    virtual bool RunsJobs() const { return false; }
+
     /// The service in use: the process's own (a thread that is started with the first timer and joined at exit), unless
     /// replaced.
     static TimeService& Current();
 
-    /// Puts `service` in use and returns the one that was (null: the process's own). Timers stay with the service that
-    /// was in use when they were made, so replace it before making any.
+    /// Puts `service` in use and returns the one that was (null: the process's own). Timers and runners stay with the
+    /// service that was in use when they were made, so replace it before making any.
     static TimeService* Replace(TimeService* service);
 };
 
