@@ -59,12 +59,21 @@ void AddTime(CLI::App& app, const char* name, std::chrono::milliseconds& value, 
         ->group("Limits of the server");
 }
 
+// The parser takes a minus sign and numbers beyond 64 bits, and makes the largest number of both.
+std::string RefuseNegative(const std::string& text)
+{
+    if (text.starts_with('-')) {
+        return "must not be negative";
+    }
+    return text.size() > 19 ? "must have 19 digits at most" : "";
+}
+
 template <class T>
 void AddLimit(CLI::App& app, const char* name, T& value, const char* description)
 {
     app.add_option(name, value, description)
         ->type_name("N")
-        ->check([](const std::string& text) { return text.starts_with('-') ? "must not be negative" : ""; })
+        ->check(&RefuseNegative)
         ->capture_default_str()
         ->group("Limits of the server");
 }
@@ -104,6 +113,7 @@ void AddStorageLimits(CLI::App& app, StorageLimits& storage)
     addPercent("--storage-limit", storage.blocking, "A storage fuller than this is a blocking problem");
     app.add_option("--storage-size", storage.size, "Bytes that the data folder may take; 0 for all of its file system")
         ->type_name("N")
+        ->check(&RefuseNegative)
         ->capture_default_str()
         ->group("Problems");
 }

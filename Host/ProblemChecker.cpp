@@ -1,6 +1,9 @@
 #include "ProblemChecker.h"
 
+#include <exception>
 #include <utility>
+
+#include <VxApi/Logging.h>
 
 namespace VxHost
 {
@@ -15,7 +18,11 @@ constexpr VcProblemSeverity blocking = VcProblemSeverity_Blocking;
 ProblemChecker::ProblemChecker(VxCommon::ProblemsManager& problems, StorageLimits limits, ProblemSources sources)
     : problems_(problems), limits_(limits), sources_(std::move(sources))
 {
-    Check();
+    try {
+        Check();
+    } catch (const std::exception& exception) {  // The next check may succeed.
+        Vx_Debug_Log(Error, "The first look for problems failed (%s).", exception.what());
+    }
     const Nucleo::MutexGuard guard(mutex_);
     timer_ = std::make_unique<Vx::AsyncTimer>("problemChecker", [this] { OnTimer(); });
     timer_->Start(Period);

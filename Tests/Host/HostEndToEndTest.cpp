@@ -117,6 +117,7 @@ TEST(HostEndToEndTest, CommandLineMistakesAreExplained)
         {{"--port", "65536"}, 2, "--port"},
         {{"--nodes", "257"}, 2, "--nodes"},
         {{"--workers", "-1"}, 2, "--workers: must not be negative"},
+        {{"--storage-size", "99999999999999999999"}, 2, "--storage-size: must have 19 digits at most"},
         {{"--max-json-depth", "100000"}, 2, "jsonDepth"},
         {{"surplus"}, 2, "surplus"},
         {{"--data", ""}, 2, "--data"},

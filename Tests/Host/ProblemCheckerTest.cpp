@@ -27,6 +27,11 @@ protected:
     ProblemCheckerTest()
     {
         subscription = problems.UpdatedEvent().Subscribe([this] { ++notices; });
+        Begin();
+    }
+
+    void Begin()
+    {
         checker.emplace(problems, VxHost::StorageLimits(),
                         VxHost::ProblemSources{[this] { return storageUse; }, [this] { return unsaved; },
                                                [this] { return damaged; },
@@ -60,6 +65,16 @@ protected:
     Vx::Subscription subscription;
     std::optional<VxHost::ProblemChecker> checker;
 };
+
+TEST_F(ProblemCheckerTest, AFailureAtTheFirstLookIsNoReasonNotToStart)
+{
+    checker.reset();
+    down = {"a", "b", "c"};
+    unsaved = {"GLOBAL"};
+    Begin();
+    down.clear();
+    EXPECT_EQ(Next().size(), 1U);
+}
 
 TEST_F(ProblemCheckerTest, StorageIsToldOfAboveItsThresholds)
 {

@@ -1,4 +1,5 @@
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -100,6 +101,17 @@ TEST_F(StudioAppCfgTest, EveryElementIsReadAndWritten)
     EXPECT_EQ(again.DiscoveryInterval(), defaults.DiscoveryInterval());
 }
 
+TEST_F(StudioAppCfgTest, SavingPassesOverWhatOthersLeftBesideTheFile)
+{
+    // Names that a killed process with the same number may have used.
+    for (int number = 1; number <= 200; ++number) {
+        std::ofstream(file_.string() + "." + std::to_string(::getpid()) + "-" + std::to_string(number) + ".tmp") << "x";
+    }
+    StudioAppCfg().Save(file_);
+    const auto inFolder = std::distance(std::filesystem::directory_iterator(file_.parent_path()), {});
+    EXPECT_EQ(inFolder, 201);
+}
+
 TEST_F(StudioAppCfgTest, DamageInAnyElementIsRefusedByItsName)
 {
     const struct
@@ -108,8 +120,11 @@ TEST_F(StudioAppCfgTest, DamageInAnyElementIsRefusedByItsName)
         std::vector<std::string> values;
         const char* expected;
     } elements[] = {
-        {"ControlPort", {"", "-1", "65536", "80.5", "0x50", "8080a", "99999999999", "8080"}, "ControlPort must be a"},
-        {"WebPort", {"", "+1", "65536", "8 0", "8600"}, "Port must be a"},
+        {"ControlPort", {"", "-1", "65536", "80.5", "0x50", "8080a", "99999999999"}, "ControlPort must be a"},
+        {"ControlPort", {"8080"}, "ControlPort and WebPort must be different"},
+        {"WebPort", {"80<x/>81", "<x/>"}, "WebPort must hold a value, but holds elements."},
+        {"WebPort", {"", "+1", "65536", "8 0"}, "WebPort must be a"},
+        {"WebPort", {"8600"}, "both are \"8600\""},
         {"IpAddress", {"", "localhost", "1.2.3", "1.2.3.256", "::1"}, "IpAddress must be an address such as"},
         {"DiscoveryEnabled", {"", "True", "1", "yes"}, "DiscoveryEnabled must be true or false, but is"},
         {"DiscoveryPort", {"", "0", "65536"}, "DiscoveryPort must be a whole number from 1 to 65535, but is"},
@@ -159,7 +174,7 @@ TEST_F(StudioAppCfgTest, SettersKeepTheirBounds)
     EXPECT_EQ(TextOf(cfg), before);
     // Ports may meet on the way to other values, but not in a file.
     cfg.SetControlPort(8080);
-    EXPECT_THAT([&] { cfg.Save(file_); }, Refuses(ERROR_PARAMETER, "ControlPort must be another port than WebPort"));
+    EXPECT_THAT([&] { cfg.Save(file_); }, Refuses(ERROR_PARAMETER, "ControlPort and WebPort must be different"));
     EXPECT_EQ(FilesInFolder(), 0U);
     cfg.SetWebPort(8600);
     cfg.Save(file_);

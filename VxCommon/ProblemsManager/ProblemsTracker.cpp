@@ -1,5 +1,7 @@
 #include <VxCommon/ProblemsManager/ProblemsTracker.h>
 
+#include <new>
+
 #include <algorithm>
 
 #include <VxApi/Exception.h>
@@ -50,7 +52,12 @@ void ProblemsTracker::Register(const ProblemIterator& problem)
     if (depth_ < 1) {
         VX_THROW_AT(At(61, "VxCommon::ProblemsTracker::Register"), ERROR_STATE);
     }
-    current_.push_back(problem);
+    try {
+        current_.push_back(problem);
+    } catch (const std::bad_alloc&) {
+        manager_.TryRemove(problem);  // Nobody else would withdraw the report.
+        throw;
+    }
 }
 
 std::int32_t ProblemsTracker::End()

@@ -144,7 +144,8 @@ constexpr Element elements[] = {
 void CheckTogether(const StudioAppCfg& cfg)
 {
     if (cfg.ControlPort() != 0 && cfg.ControlPort() == cfg.WebPort()) {
-        Refuse("ControlPort", "another port than WebPort, or 0", std::to_string(cfg.ControlPort()));
+        VX_THROW(ERROR_PARAMETER, "ControlPort and WebPort must be different, or ControlPort 0, but both are \"%u\".",
+                 cfg.WebPort());
     }
 }
 
@@ -230,6 +231,9 @@ void StudioAppCfg::Read(const void* data, std::size_t size)
             VX_THROW(ERROR_PARAMETER, "%s must be there once, but is there again.", name);
         }
         seen.push_back(name);
+        if (!document.Children(child).empty()) {
+            VX_THROW(ERROR_PARAMETER, "%s must hold a value, but holds elements.", name);
+        }
         const std::string value = document.Text(child);
         element->read(read, element->name, Trimmed(value));
     }

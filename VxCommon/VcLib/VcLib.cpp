@@ -37,7 +37,7 @@ Status Fill(Assembly& assembly)
     return assembly.Finalize();
 }
 
-Status Make(Nucleo::Handle<Assembly>& assembly)
+Status Make(Assembly** assembly)
 {
     Nucleo::Version parsed{};
     if (const Status status = Nucleo::Version_Parse(version, &parsed); status != OK) {
@@ -49,7 +49,7 @@ Status Make(Nucleo::Handle<Assembly>& assembly)
         status = Fill(*made);
     }
     if (status == OK) {
-        assembly = std::move(made);
+        *assembly = made.Detach();
     }
     return status;
 }
@@ -58,18 +58,17 @@ Status Make(Nucleo::Handle<Assembly>& assembly)
 
 Status VcLib_Construct(Assembly** assembly)
 {
-    // Kept for the process's life: others keep pointers into it.
-    static std::mutex mutex;
-    static auto* const instance = new Nucleo::Handle<Assembly>;
     *assembly = nullptr;
+    static std::mutex mutex;
+    static Assembly* instance = nullptr;  // Its reference is kept for the process's life: others point into it.
     const std::lock_guard guard(mutex);
-    if (!*instance) {
-        if (const Status status = Make(*instance); status != OK) {
+    if (instance == nullptr) {
+        if (const Status status = Make(&instance); status != OK) {
             return status;
         }
     }
-    (*instance)->Share();
-    *assembly = instance->Get();
+    instance->Share();
+    *assembly = instance;
     return OK;
 }
 

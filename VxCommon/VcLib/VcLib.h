@@ -6,8 +6,8 @@
 
 extern "C" {
 
-/// The assembly "VcLib", made by the first call and the same one in every later call, each time with one more reference,
-/// which the caller releases. On failure `*assembly` is null, and the next call tries again.
+/// The assembly "VcLib", made by the first call and the same one in every later call, each time with one more
+/// reference, which the caller releases. On failure `*assembly` is null, and the next call tries again.
 VXCOMMON_API Nucleo::Status VcLib_Construct(Nucleo::Assembly** assembly);
 
 // Entry points that the plug-in loader looks up by these names.

@@ -52,15 +52,26 @@ Nucleo::Status ReadAll(int descriptor, std::size_t maxSize, std::vector<std::uin
     return OK;
 }
 
-/// Makes the new file beside the old one, which it may replace.
-Nucleo::Status WriteBeside(const std::filesystem::path& file, const std::string& beside, const std::uint8_t* data,
-                           std::size_t size)
+/// A new file beside `file`; its name in `*beside`. Nothing when there can be none, and errno says why.
+FileDescriptor CreateBeside(const std::filesystem::path& file, std::string* beside)
 {
-    const FileDescriptor descriptor(
-        Retry([&] { return ::open(beside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, newFileMode); }));
-    if (!descriptor) {
-        return StatusOfErrno(errno);
+    // Another process, or one that was killed, may have had the same number and left a file of the name.
+    constexpr int attempts = 1000;
+    static std::atomic<std::uint64_t> lastNumber{0};
+    for (int attempt = 0;; ++attempt) {
+        *beside = file.native() + "." + std::to_string(::getpid()) + "-" + std::to_string(++lastNumber) + ".tmp";
+        FileDescriptor made(
+            Retry([&] { return ::open(beside->c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, newFileMode); }));
+        if (made || errno != EEXIST || attempt == attempts) {
+            return made;
+        }
     }
+}
+
+/// Fills the new file that may take the old one's place.
+Nucleo::Status WriteNew(const FileDescriptor& descriptor, const std::filesystem::path& file, const std::uint8_t* data,
+                        std::size_t size)
+{
     struct stat old
     {};
     if (::lstat(file.c_str(), &old) == 0 && S_ISREG(old.st_mode) &&
@@ -81,10 +92,12 @@ Nucleo::Status Replace(const std::filesystem::path& file, const std::uint8_t* da
     if (!folder) {
         return StatusOfErrno(errno);
     }
-    static std::atomic<std::uint64_t> lastNumber{0};
-    const std::string beside =
-        file.native() + "." + std::to_string(::getpid()) + "-" + std::to_string(++lastNumber) + ".tmp";
-    Nucleo::Status status = WriteBeside(file, beside, data, size);
+    std::string beside;
+    const FileDescriptor made = CreateBeside(file, &beside);
+    if (!made) {
+        return StatusOfErrno(errno);
+    }
+    Nucleo::Status status = WriteNew(made, file, data, size);
     if (status == OK && std::rename(beside.c_str(), file.c_str()) != 0) {
         status = StatusOfErrno(errno);
     }

@@ -43,42 +43,6 @@ constexpr auto Places = [] {
     return places;
 }();
 
-void PutPair(char* out, std::uint64_t bits)
-{
-    std::memcpy(out, Pairs[bits & 0xFFF].data(), 2);
-}
-
-/// Written out, because that is what compilers make one load of.
-std::uint64_t ReadBigEndian(const std::uint8_t* in)
-{
-    return std::uint64_t{in[0]} << 56 | std::uint64_t{in[1]} << 48 | std::uint64_t{in[2]} << 40 |
-           std::uint64_t{in[3]} << 32 | std::uint64_t{in[4]} << 24 | std::uint64_t{in[5]} << 16 |
-           std::uint64_t{in[6]} << 8 | std::uint64_t{in[7]};
-}
-
-/// Writes the padded text of `left` bytes.
-void Encode(const std::uint8_t* in, std::size_t left, char* out)
-{
-    for (; left >= 8; left -= 6, in += 6, out += 8) {  // Two bytes of the eight stay for the next turn.
-        const std::uint64_t bits = ReadBigEndian(in);
-        PutPair(out, bits >> 52);
-        PutPair(out + 2, bits >> 40);
-        PutPair(out + 4, bits >> 28);
-        PutPair(out + 6, bits >> 16);
-    }
-    for (; left >= 3; left -= 3, in += 3, out += 4) {
-        const std::uint32_t bits = std::uint32_t{in[0]} << 16 | std::uint32_t{in[1]} << 8 | in[2];
-        PutPair(out, bits >> 12);
-        PutPair(out + 2, bits);
-    }
-    if (left != 0) {
-        const std::uint32_t bits = std::uint32_t{in[0]} << 16 | (left == 2 ? std::uint32_t{in[1]} << 8 : 0);
-        PutPair(out, bits >> 12);
-        PutPair(out + 2, bits);
-        std::memset(out + left + 1, '=', 3 - left);
-    }
-}
-
 Group ReadGroup(const char* at)
 {
     const auto byte = [at](std::size_t i) { return static_cast<std::uint8_t>(at[i]); };
@@ -106,15 +70,24 @@ std::size_t FirstBad(std::string_view text)
 
 }  // namespace
 
-void Base64EncodeTo(std::span<const std::uint8_t> bytes, char* text) noexcept
-{
-    Encode(bytes.data(), bytes.size(), text);
-}
-
 std::string Base64Encode(std::span<const std::uint8_t> bytes)
 {
     std::string text((bytes.size() + 2) / 3 * 4, '=');
-    Base64EncodeTo(bytes, text.data());
+    char* out = text.data();
+    const std::uint8_t* in = bytes.data();
+    std::size_t left = bytes.size();
+    for (; left >= 3; left -= 3, in += 3, out += 4) {
+        const std::uint32_t bits = std::uint32_t{in[0]} << 16 | std::uint32_t{in[1]} << 8 | in[2];
+        std::memcpy(out, Pairs[bits >> 12].data(), 2);
+        std::memcpy(out + 2, Pairs[bits & 0xFFF].data(), 2);
+    }
+    if (left == 1) {
+        std::memcpy(out, Pairs[std::size_t{in[0]} << 4].data(), 2);
+    } else if (left == 2) {
+        const std::uint32_t bits = std::uint32_t{in[0]} << 16 | std::uint32_t{in[1]} << 8;
+        std::memcpy(out, Pairs[bits >> 12].data(), 2);
+        out[2] = Pairs[bits & 0xFFF][0];
+    }
     return text;
 }
 

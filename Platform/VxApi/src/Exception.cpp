@@ -51,10 +51,10 @@ Exception::Exception(Location location, Nucleo::Status status, std::string messa
       trace_(BackTrace())
 {}
 
-void Exception::Log(const Location& location) const
+void Exception::Log(const Location& location) const noexcept
 {
     Logging::Debug(Logging::Level::Error, location, "Exception %d (%s) in %s, %s:%d: %s", status_,
-                   std::string(Nucleo::StatusName(status_)), function_, file_, line_, what_);
+                   Nucleo::StatusName(status_).data(), function_, file_, line_, what_);
     const std::unique_ptr<char*, decltype(&std::free)> symbols(
         backtrace_symbols(trace_.data(), static_cast<int>(trace_.size())), &std::free);
     if (!symbols) {
@@ -100,7 +100,7 @@ Nucleo::Status StatusOf(const std::exception_ptr& exception) noexcept
     }
 }
 
-void LogException(const Location& location, const std::exception& exception)
+void LogException(const Location& location, const std::exception& exception) noexcept
 {
     if (const auto* carrier = dynamic_cast<const Exception*>(&exception)) {
         carrier->Log(location);

@@ -93,18 +93,6 @@ std::vector<Entry> CopyEntries(const nlohmann::json& args)
     return entries;
 }
 
-/// Nothing may be thrown into the log that raised the event.
-void LogListenerFailure(const std::exception& exception) noexcept
-{
-    try {
-        const Vx::Location location{"Protocol/Logs/LogRes", 226,
-                                    "VxCommon::Internal::LogSummaryRes::OnLogSummaryChanged"};
-        Vx::Logging::Debug(Vx::Logging::Level::Error, location, "A listener of the log summary failed.");
-        Vx::LogException(location, exception);
-    } catch (...) {  // Out of memory: the failure's status has to be enough.
-    }
-}
-
 }  // namespace
 
 nlohmann::json LogRes::Document(const VxRest::RequestInfo& request, VxRest::ResponseInfo& /*response*/)
@@ -169,7 +157,10 @@ Nucleo::Status LogSummaryRes::OnLogSummaryChanged(void* receiver, void* /*sender
         static_cast<LogSummaryRes*>(receiver)->NotificationEvent().Raise(VxRest::EventType::Updated, "/logs/summary");
         return Nucleo::OK;
     } catch (const std::exception& exception) {
-        LogListenerFailure(exception);
+        const Vx::Location location{"Protocol/Logs/LogRes", 226,
+                                    "VxCommon::Internal::LogSummaryRes::OnLogSummaryChanged"};
+        Vx::Logging::Debug(Vx::Logging::Level::Error, location, "A listener of the log summary failed.");
+        Vx::LogException(location, exception);
         return Vx::StatusOf(exception);
     } catch (...) {
         return Vx::StatusOf(std::current_exception());

@@ -37,6 +37,7 @@ inline constexpr Status ERROR_BUSY = -982;            ///< In use by someone els
 }  // namespace Statuses
 
 /// The code's name, such as "ERROR_NOT_FOUND"; "ERROR_UNKNOWN" for a value that is none of the above.
+/// A NUL follows it.
 std::string_view StatusName(Status status) noexcept;
 
 /// One plain sentence for people, without a full stop, such as "the named thing does not exist".

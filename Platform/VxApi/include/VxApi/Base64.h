@@ -15,9 +15,6 @@ namespace Vx
 /// The padded text of `bytes`, four characters for each three bytes begun; empty for none.
 std::string Base64Encode(std::span<const std::uint8_t> bytes);
 
-/// The same into `text`, which has room for it; no NUL is written.
-void Base64EncodeTo(std::span<const std::uint8_t> bytes, char* text) noexcept;
-
 /// The bytes that `text` stands for. Nothing when it is not exactly what Base64Encode writes for some bytes: a
 /// character outside the alphabet (white space included), padding that is missing, superfluous or misplaced, unused
 /// bits that are not zero. `badPosition`, if given, is then the offset of the first character that is wrong, or the

@@ -38,7 +38,7 @@ public:
     const char* what() const noexcept override { return what_.c_str(); }
 
     /// Writes the exception (status, place, message) and its back trace to the private log as an error of `location`.
-    void Log(const Location& location) const;
+    void Log(const Location& location) const noexcept;
 
 private:
     Nucleo::Status status_;
@@ -60,7 +60,7 @@ Nucleo::Status StatusOf(const std::exception& exception) noexcept;
 
 /// Writes any exception to the private log as an error of `location`: a Vx::Exception with its back trace, another with
 /// its text.
-void LogException(const Location& location, const std::exception& exception);
+void LogException(const Location& location, const std::exception& exception) noexcept;
 
 /// Throws Exception(location, status) unless `status` is OK.
 void Check(const Location& location, Nucleo::Status status);

@@ -16,7 +16,7 @@ public:
 
 private:
     // Not defined and never called: it tells the checker what a function that returns a Locker hands over.
-    Locker(Locker&& other) VX_ACQUIRE(other.lock_);
+    Locker(Locker&& other) noexcept VX_ACQUIRE(other.lock_);  // NOLINT(modernize-use-equals-delete)
 
     Nucleo::Lock& lock_;
 };

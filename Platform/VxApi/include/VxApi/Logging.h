@@ -62,8 +62,8 @@ std::string FormatLogLine(std::uint64_t dateTime, std::uint64_t options, const c
 Nucleo::Status FormatLogBuffer(std::uint64_t dateTime, std::uint64_t options, const char* source, const char* text,
                                char* buffer, std::size_t capacity) noexcept;
 
-/// Copies a text NUL-ended into `capacity` bytes, which is not 0, with control bytes shown as \\xNN; what does not fit is
-/// cut off, never inside a character. A null text is empty.
+/// Copies a text NUL-ended into `capacity` bytes, which is not 0, with control bytes shown as \\xNN; what does not fit
+/// is cut off, never inside a character. A null text is empty.
 void EscapeText(const char* text, char* buffer, std::size_t capacity) noexcept;
 
 }  // namespace Vx::Logging
