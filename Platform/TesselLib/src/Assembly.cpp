@@ -4,6 +4,7 @@
 
 #include <TesselLib/Address.h>
 #include <TesselLib/Archive.h>
+#include <TesselLib/Health.h>
 #include <TesselLib/System.h>
 #include <TesselLib/Zstd.h>
 
@@ -18,8 +19,22 @@ Nucleo::Status Fill(Nucleo::Assembly& assembly) noexcept
     if (status == Nucleo::OK) {
         status = assembly.AddValue(IpConfig::StaticType(), {});
     }
-    for (const Nucleo::Type* type :
-         {&Archive::StaticType(), &DataObject::StaticType(), &System::StaticType(), &ZstdStream::StaticType()}) {
+    const Nucleo::TypeField statistic[] = {
+        {"name", &Nucleo::CharType, offsetof(HealthStatistic, name), sizeof(HealthStatistic::name)},
+        {"id", &Nucleo::UInt32Type, offsetof(HealthStatistic, id)},
+        {"instance", &Nucleo::UInt32Type, offsetof(HealthStatistic, instance)},
+        {"value", &Nucleo::Int64Type, offsetof(HealthStatistic, value)}};
+    if (status == Nucleo::OK) {
+        status = assembly.AddValue(HealthStatistic::StaticType(), statistic);
+    }
+    const Nucleo::TypeField event[] = {{"dateTime", &Nucleo::UInt64Type, offsetof(InputEvent, dateTime)},
+                                       {"input", &Nucleo::UInt32Type, offsetof(InputEvent, input)},
+                                       {"level", &Nucleo::UInt32Type, offsetof(InputEvent, level)}};
+    if (status == Nucleo::OK) {
+        status = assembly.AddValue(InputEvent::StaticType(), event);
+    }
+    for (const Nucleo::Type* type : {&Archive::StaticType(), &DataObject::StaticType(), &HealthMessage::StaticType(),
+                                     &System::StaticType(), &ZstdStream::StaticType()}) {
         if (status == Nucleo::OK) {
             status = assembly.AddClass(*type, {});
         }

@@ -5,6 +5,8 @@
 #include <Nucleo/Lock.h>
 #include <TesselLib/VirtualSystem.h>
 
+#include "HealthStreams.h"
+
 using namespace Nucleo::Statuses;
 
 namespace TesselLib
@@ -57,7 +59,7 @@ Nucleo::Status MakeData(DataObject** data, Nucleo::Allocator* allocator, Fill fi
 
 std::string Report(const NodeInfo& info)
 {
-    std::array<char, 32> text{};
+    std::array<char, 46> text{};  // An address of version 6 is the longest.
     std::string report = "id: " + std::to_string(info.id) + "\nname: ";
     for (const char c : info.name) {
         report += static_cast<unsigned char>(c) < ' ' ? '?' : c;  // A line end would make two lines of one value.
@@ -79,8 +81,9 @@ std::string Report(const NodeInfo& info)
 class VirtualNode final : public Node, private NodeServer
 {
 public:
-    explicit VirtualNode(VirtualNodeDescription description)
+    VirtualNode(VirtualNodeDescription description, HealthStreams& health)
         : description_(std::move(description)),
+          health_(health),
           ipConfig_(description_.info.ipConfig),
           connected_(description_.connected)
     {
@@ -168,6 +171,12 @@ public:
         return SetConnected(AskReachable(NodeOperation::Reset), false);
     }
 
+    Nucleo::Status OpenHealthStream() override
+    {
+        const Nucleo::Status status = AskReachable(NodeOperation::OpenHealthStream);
+        return status == OK ? health_.OpenNode(Id()) : status;
+    }
+
     NodeServer* LocalServer() override { return description_.servedHere ? this : nullptr; }
 
 private:
@@ -203,6 +212,7 @@ private:
     }
 
     VirtualNodeDescription description_;  // Constant after construction.
+    HealthStreams& health_;
 
     mutable Nucleo::Mutex mutex_;  // A leaf: nothing is called out to under it.
     IpConfig ipConfig_ VX_GUARDED_BY(mutex_);
@@ -212,7 +222,9 @@ private:
 class VirtualSystem final : public System
 {
 public:
-    explicit VirtualSystem(std::vector<std::unique_ptr<VirtualNode>> nodes) : nodes_(std::move(nodes)) {}
+    VirtualSystem(std::vector<std::unique_ptr<VirtualNode>> nodes, std::unique_ptr<HealthStreams> health)
+        : nodes_(std::move(nodes)), health_(std::move(health))
+    {}
 
     Nucleo::Status FindNode(std::uint32_t id, Node** node) override
     {
@@ -222,8 +234,28 @@ public:
         return *node != nullptr ? OK : ERROR_NOT_FOUND;
     }
 
+    Nucleo::Status SetHealthHandler(HealthHandlerFx handler, void* receiver) override
+    {
+        return health_->SetHandler(handler, receiver);
+    }
+
+    Nucleo::Status OpenHealthStream() override
+    {
+        health_->OpenSystem();
+        return OK;
+    }
+
+    Nucleo::Status CloseHealthStream() override
+    {
+        health_->CloseAll();
+        return OK;
+    }
+
+    HealthStreams& Health() { return *health_; }
+
 private:
     std::vector<std::unique_ptr<VirtualNode>> nodes_;  // Constant after construction.
+    std::unique_ptr<HealthStreams> health_;            // Goes first: its thread may use the nodes.
 };
 
 }  // namespace
@@ -233,21 +265,34 @@ Nucleo::Status VirtualSystem_Construct(System** system, std::vector<VirtualNodeD
 {
     *system = nullptr;
     try {
+        auto health = std::make_unique<HealthStreams>();
         std::vector<std::unique_ptr<VirtualNode>> made;
         for (VirtualNodeDescription& node : nodes) {
             const std::uint32_t id = node.info.id;
             if (std::any_of(made.begin(), made.end(), [id](const auto& other) { return other->Id() == id; })) {
                 return ERROR_ALREADY_EXISTS;
             }
-            made.push_back(std::make_unique<VirtualNode>(std::move(node)));
+            made.push_back(std::make_unique<VirtualNode>(std::move(node), *health));
         }
         VirtualSystem* constructed = nullptr;
-        const Nucleo::Status status = Nucleo::Construct(&constructed, allocator, std::move(made));
+        const Nucleo::Status status = Nucleo::Construct(&constructed, allocator, std::move(made), std::move(health));
         *system = constructed;
         return status;
     } catch (const std::exception&) {
         return ERROR_MEMORY;
     }
+}
+
+Nucleo::Status VirtualSystem_InjectHealth(System& system, HealthMessage& message)
+{
+    auto* virtualSystem = dynamic_cast<VirtualSystem*>(&system);
+    return virtualSystem != nullptr ? virtualSystem->Health().Inject(message) : ERROR_PARAMETER;
+}
+
+Nucleo::Status VirtualSystem_FlushHealth(System& system, std::chrono::milliseconds bound)
+{
+    auto* virtualSystem = dynamic_cast<VirtualSystem*>(&system);
+    return virtualSystem != nullptr ? virtualSystem->Health().Flush(bound) : ERROR_PARAMETER;
 }
 
 }  // namespace TesselLib

@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <atomic>
 #include <condition_variable>
 #include <thread>
@@ -160,17 +159,17 @@ public:
     }
 
     /// Takes the thread of `state` over, and joins those taken over before that have nothing left to do.
-    void Adopt(std::shared_ptr<State> state, std::thread thread)
+    void Adopt(std::shared_ptr<State> state, std::thread orphaned)
     {
         const Nucleo::MutexGuard guard(mutex_);
         std::erase_if(orphans_, [](Orphan& orphan) {
-            const bool finished = orphan.state->finished;
-            if (finished) {
+            const bool ended = orphan.state->finished;
+            if (ended) {
                 orphan.thread.join();
             }
-            return finished;
+            return ended;
         });
-        orphans_.push_back({std::move(state), std::move(thread)});
+        orphans_.push_back({std::move(state), std::move(orphaned)});
     }
 
     static Orphans& Instance()

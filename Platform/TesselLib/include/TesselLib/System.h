@@ -8,6 +8,7 @@
 
 #include <Nucleo/Object.h>
 #include <TesselLib/Address.h>
+#include <TesselLib/Health.h>
 #include <TesselLib/Storage.h>
 
 namespace TesselLib
@@ -138,6 +139,10 @@ public:
     /// reached.
     virtual Nucleo::Status Reset(NodeReset what) = 0;
 
+    /// Opens the node's health stream: what the node reports reaches the system's health-message handler until
+    /// System::CloseHealthStream. OK when it is open already; ERROR_STATE while the node cannot be reached.
+    virtual Nucleo::Status OpenHealthStream() = 0;
+
     /// The node's server when this process serves the node, else null. Lives as long as the node.
     virtual NodeServer* LocalServer() = 0;
 };
@@ -150,6 +155,22 @@ public:
 
     /// ERROR_NOT_FOUND when there is no node of that id; `*node` is null then.
     virtual Nucleo::Status FindNode(std::uint32_t id, Node** node) = 0;
+
+    // Health messages. A message is delivered once, while there is a handler and the system's stream or that of the
+    // node that sent it is open. Any thread may call.
+
+    /// Sets who gets the health messages: calls `handler` with `receiver` on the platform's health thread.
+    /// ERROR_ALREADY_EXISTS while a handler is set, which stays then. Null clears it, drops what waits for delivery and
+    /// waits for a running call, except from inside that call; it answers OK, also when there was none. So it is never
+    /// cleared while a lock is held that the handler takes.
+    virtual Nucleo::Status SetHealthHandler(HealthHandlerFx handler, void* receiver) = 0;
+
+    /// Opens the system's health stream, which carries what all nodes report. OK when it is open already.
+    virtual Nucleo::Status OpenHealthStream() = 0;
+
+    /// Closes the system's health stream and those of all nodes, and drops what waits for delivery. It does not wait
+    /// for a running call of the handler. OK when none is open.
+    virtual Nucleo::Status CloseHealthStream() = 0;
 };
 
 }  // namespace TesselLib

@@ -1,6 +1,7 @@
 #pragma once
 // A system without hardware, built in memory from a description. vxhost and the tests run on it.
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -20,6 +21,7 @@ enum class NodeOperation
     SetIpConfig,
     Reset,
     NotifyShutdown,
+    OpenHealthStream,
 };
 
 /// One node of a virtual system. Its operations change nothing but what the node says of itself: no interface of the
@@ -43,5 +45,18 @@ struct VirtualNodeDescription
 /// Builds a system of these nodes. ERROR_ALREADY_EXISTS when two have the same id; `*system` is null on failure.
 Nucleo::Status VirtualSystem_Construct(System** system, std::vector<VirtualNodeDescription> nodes,
                                        Nucleo::Allocator* allocator = nullptr);
+
+/// Health messages that wait for delivery at most.
+inline constexpr std::size_t VirtualHealthQueue = 256;
+
+/// Lets a node report `message`: queues it, with a reference of its own, for the system's health thread. Not queued are
+/// a message that nobody hears, ERROR_STATE (no handler, or neither the system's stream nor that of the source node is
+/// open), and one above VirtualHealthQueue, ERROR_CAPACITY, which the log says. ERROR_PARAMETER when the system is no
+/// virtual one. The source may be no node of the system. Any thread.
+Nucleo::Status VirtualSystem_InjectHealth(System& system, HealthMessage& message);
+
+/// Waits until every message that was queued has been handled or dropped. ERROR_BUSY when that takes longer than
+/// `bound`; never called from inside the handler. ERROR_PARAMETER when the system is no virtual one.
+Nucleo::Status VirtualSystem_FlushHealth(System& system, std::chrono::milliseconds bound);
 
 }  // namespace TesselLib
