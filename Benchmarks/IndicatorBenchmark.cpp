@@ -86,7 +86,8 @@ struct Chains
         }
     }
 
-    bool Find(std::uint32_t id, std::uint32_t instance, std::int64_t* value) const
+    // Called once a key, as ours is.
+    [[gnu::noinline]] bool Find(std::uint32_t id, std::uint32_t instance, std::int64_t* value) const
     {
         const auto at = map.find(id);
         for (std::size_t i = at != map.end() ? at->second.first : VcIndicatorListItem_None;
@@ -210,7 +211,7 @@ Handle<VcIndicatorSet> MakeSet()
     }
     Check(VcIndicatorSet_AddIdFilter(set.Get(), 0, 3'007));
     Check(VcIndicatorSet_AddRangeFilter(set.Get(), 0, firstRangeId, std::numeric_limits<std::uint32_t>::max()));
-    for (const std::uint32_t id : {20'003, 20'004, 20'015, 20'016}) {
+    for (const std::uint32_t id : {20'003U, 20'004U, 20'015U, 20'016U}) {
         Check(VcIndicatorSet_AddIdFilter(set.Get(), 100, id));
     }
     return set;

@@ -63,25 +63,29 @@ Status TakeCopy(VcIndicatorCache& cache, const Report& report)
     return cache.list->Resize(report.Count());  // The room is there.
 }
 
-Status Link(VcIndicatorCache& cache, std::uint32_t id, std::size_t position)
+// Puts the item at `position` behind those of the id.
+inline Status Link(VcIndicatorCache& cache, VcIndicatorListItem* list, std::uint32_t id, std::size_t position)
 {
     VcIndicatorMapItem* chain = nullptr;
     if (const Status status = cache.map.Add(id, {position, position}, &chain); status != OK) {
         return status;
     }
     if (chain->last != position) {
-        cache.list->At(chain->last).next = position;
+        list[chain->last].next = position;
         chain->last = position;
     }
-    cache.list->At(position).index = position;
+    list[position] = {position, none};
     return OK;
 }
 
 Status LinkAll(VcIndicatorCache& cache)
 {
-    Unlink(cache);
-    for (std::size_t i = 0; i < cache.items->Count(); ++i) {
-        if (const Status status = Link(cache, cache.items->At(i).id, i); status != OK) {
+    cache.indexed = false;
+    cache.map.Clear();
+    const auto items = cache.items->Items();
+    VcIndicatorListItem* list = items.empty() ? nullptr : &cache.list->At(0);
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        if (const Status status = Link(cache, list, items[i].id, i); status != OK) {
             return status;
         }
     }
@@ -89,15 +93,21 @@ Status LinkAll(VcIndicatorCache& cache)
     return OK;
 }
 
-const VcHealthIndicator* FindItem(const VcIndicatorCache& cache, std::uint32_t id, std::uint32_t instance)
+inline const VcHealthIndicator* FindItem(const VcIndicatorCache& cache, std::uint32_t id, std::uint32_t instance)
 {
     const VcIndicatorMapItem* chain = cache.map.Find(id);
-    for (std::size_t i = chain != nullptr ? chain->first : none; i != none; i = cache.list->At(i).next) {
-        if (const VcHealthIndicator& item = cache.items->At(i); item.instance == instance) {
-            return &item;
+    if (chain == nullptr) {
+        return nullptr;
+    }
+    const VcHealthIndicator* items = cache.items->Items().data();
+    std::size_t position = chain->first;
+    while (items[position].instance != instance) {
+        position = cache.list->At(position).next;
+        if (position == none) {
+            return nullptr;
         }
     }
-    return nullptr;
+    return &items[position];
 }
 
 }  // namespace
@@ -156,7 +166,7 @@ Status VcIndicatorCache_InsertNew(VcIndicatorCache* cache, const VcHealthIndicat
     if (cache->list->At(position).index != none) {
         return ERROR_ALREADY_EXISTS;
     }
-    return Link(*cache, item->id, position);
+    return Link(*cache, &cache->list->At(0), item->id, position);
 }
 
 Status VcIndicatorCache_Find(const VcIndicatorCache* cache, std::uint32_t id, std::uint32_t instance,

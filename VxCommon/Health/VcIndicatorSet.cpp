@@ -29,7 +29,7 @@ void SetName(VcHealthIndicator& record, const char* name)
 }
 
 // The name is ended.
-Status Insert(VcIndicatorSet& set, const VcHealthIndicator& record)
+inline Status Insert(VcIndicatorSet& set, const VcHealthIndicator& record)
 {
     const std::size_t count = set.indicators->Count();
     std::size_t* position = nullptr;
@@ -50,9 +50,10 @@ Status Insert(VcIndicatorSet& set, const VcHealthIndicator& record)
 
 Status AddCacheValuesById(VcIndicatorSet& set, const VcIndicatorCache& cache, std::uint32_t id)
 {
-    const VcIndicatorListItem* item = VcIndicatorCache_FirstById(&cache, id);
-    for (; item != nullptr; item = VcIndicatorCache_NextById(&cache, item)) {
-        if (const Status status = Insert(set, cache.items->At(item->index)); status != OK) {
+    const VcIndicatorMapItem* chain = cache.map.Find(id);
+    std::size_t position = chain != nullptr ? chain->first : VcIndicatorListItem_None;
+    for (; position != VcIndicatorListItem_None; position = cache.list->At(position).next) {
+        if (const Status status = Insert(set, cache.items->At(position)); status != OK) {
             return status;
         }
     }

@@ -34,8 +34,8 @@ public:
     /// The key's value, null when it is not there. Valid until a key is added.
     const Value* Find(Key key) const noexcept
     {
-        const std::size_t number = Lookup(Bits(key));
-        return number - 1 < count_ ? &entries_[number - 1].value : nullptr;
+        const std::size_t index = Lookup(Bits(key));
+        return index < count_ ? &entries_[index].value : nullptr;
     }
 
     /// Adds the key with `value` unless it is there, and hands out where its value is: valid until the next addition.
@@ -43,27 +43,28 @@ public:
     Status Add(Key key, Value value, Value** there) noexcept
     {
         const std::uint64_t bits = Bits(key);
-        if (count_ < stored_ && Bits(entries_[count_].key) == bits) {
-            Entry& entry = entries_[count_++];
-            entry.value = value;
-            *there = &entry.value;
+        if (expected_ < stored_ && Bits(entries_[expected_].key) == bits && expected_ <= count_) {
+            *there = Take(expected_, value);
             return OK;
         }
-        return AddUnforeseen(key, value, there);
+        return AddUnexpected(key, value, there);
     }
 
     /// Removes the key that was added last; there is one.
     void DropLast() noexcept { --count_; }
 
     /// Removes all keys and keeps the room.
-    void Clear() noexcept { count_ = 0; }
+    void Clear() noexcept { count_ = expected_ = 0; }
 
     /// Removes all keys and gives the room back. The allocator's status, OK when there was no room.
     Status Release() noexcept
     {
         const Status status = entries_ != nullptr ? allocator_->Free(entries_) : OK;
         entries_ = nullptr;
-        count_ = stored_ = capacity_ = 0;
+        slots_ = const_cast<Slot*>(noSlots);
+        count_ = stored_ = expected_ = capacity_ = 0;
+        slotMask_ = 1;
+        shift_ = 63;
         return status;
     }
 
@@ -73,9 +74,13 @@ private:
         Key key;
         Value value;
     };
-    using Slot = std::uint32_t;  // The number of an entry, from 1; 0 for none.
+    using Slot = std::uint32_t;  // The index of an entry.
 
     static constexpr std::size_t maxCapacity = std::size_t{1} << 30;
+    static constexpr Slot none = 0xFFFFFFFF;
+    static constexpr Slot noSlots[2] = {none, none};   // Never written: a map without room looks its keys up here.
+    static constexpr std::size_t longestSearch = 256;  // Keys that nobody chose hardly ever come near.
+    static constexpr std::uint64_t golden = 0x9E3779B97F4A7C15;  // 2^64 / golden ratio: spreads sequences evenly.
 
     static std::uint64_t Bits(Key key) noexcept
     {
@@ -84,47 +89,57 @@ private:
         return bits;
     }
 
-    // The slot where the search for a key begins. The address makes it another one in each process, so that nobody
-    // outside can choose keys that all meet in one.
+    // The slot where the search for a key begins.
     std::size_t FirstSlot(std::uint64_t bits) const noexcept
     {
-        constexpr std::uint64_t golden = 0x9E3779B97F4A7C15;
-        std::uint64_t hash = (bits ^ reinterpret_cast<std::uintptr_t>(slots_)) * golden;
-        hash ^= hash >> 32;
-        return static_cast<std::size_t>((hash * golden) >> shift_);
+        return static_cast<std::size_t>((bits * multiplier_) >> shift_);
     }
 
-    // The number of the entry with the key, remembered ones included; 0 for none.
+    // The entry with the key, remembered ones included.
     std::size_t Lookup(std::uint64_t bits) const noexcept
     {
-        if (stored_ == 0) {
-            return 0;
+        std::size_t slot = FirstSlot(bits);
+        while (slots_[slot] != none && Bits(entries_[slots_[slot]].key) != bits) {
+            slot = (slot + 1) & slotMask_;
         }
-        for (std::size_t slot = FirstSlot(bits);; slot = (slot + 1) & (2 * capacity_ - 1)) {
-            const Slot number = slots_[slot];
-            if (number == 0 || Bits(entries_[number - 1].key) == bits) {
-                return number;
-            }
-        }
+        return slots_[slot];
     }
 
-    [[gnu::noinline]] Status AddUnforeseen(Key key, Value value, Value** there) noexcept
+    // The value of an entry, which is there or the first remembered one and gets `value` then.
+    Value* Take(std::size_t index, Value value) noexcept
     {
-        *there = nullptr;
-        std::size_t number = Lookup(Bits(key));
-        if (number - 1 >= count_) {
-            if (count_ < stored_) {
-                Index();  // What was remembered did not come again.
-            } else if (count_ == capacity_) {
-                if (const Status status = Grow(); status != OK) {
-                    return status;
-                }
-            }
-            entries_[count_] = {key, value};
-            number = ++count_;
-            Place(number);
+        Entry& entry = entries_[index];
+        if (index == count_) {
+            entry.value = value;
+            ++count_;
         }
-        *there = &entries_[number - 1].value;
+        expected_ = index + 1;
+        return &entry.value;
+    }
+
+    [[gnu::noinline]] Status AddUnexpected(Key key, Value value, Value** there) noexcept
+    {
+        const std::size_t index = Lookup(Bits(key));
+        if (index <= count_) {
+            *there = Take(index, value);
+            return OK;
+        }
+        *there = nullptr;
+        if (count_ < stored_) {
+            Index();  // What was remembered did not come again.
+        } else if (count_ == capacity_) {
+            if (const Status status = Grow(); status != OK) {
+                return status;
+            }
+        }
+        entries_[count_].key = key;
+        const bool crowded = Place(count_) > longestSearch;
+        *there = Take(count_, value);
+        if (crowded) {
+            // Someone may have chosen keys that meet in one place. Where they lie now nobody outside knows.
+            multiplier_ = (multiplier_ ^ reinterpret_cast<std::uintptr_t>(slots_)) * golden | 1;
+            Index();
+        }
         return OK;
     }
 
@@ -146,7 +161,8 @@ private:
         entries_ = entries;
         capacity_ = capacity;
         slots_ = reinterpret_cast<Slot*>(entries + capacity);
-        shift_ = std::countl_zero(std::uint64_t{2 * capacity}) + 1;
+        slotMask_ = 2 * capacity - 1;
+        shift_ = std::countl_zero(std::uint64_t{slotMask_});
         Index();
         return OK;
     }
@@ -154,30 +170,36 @@ private:
     // Fills the slots anew with the keys that are there.
     void Index() noexcept
     {
-        std::fill_n(slots_, 2 * capacity_, Slot{0});
-        for (std::size_t number = 1; number <= count_; ++number) {
-            Place(number);
+        std::fill_n(slots_, slotMask_ + 1, none);
+        for (std::size_t index = 0; index < count_; ++index) {
+            Place(index);
         }
         stored_ = count_;
     }
 
-    void Place(std::size_t number) noexcept
+    // Puts the entry's index into a slot. The steps that it took.
+    std::size_t Place(std::size_t index) noexcept
     {
-        std::size_t slot = FirstSlot(Bits(entries_[number - 1].key));
-        while (slots_[slot] != 0) {
-            slot = (slot + 1) & (2 * capacity_ - 1);
+        std::size_t slot = FirstSlot(Bits(entries_[index].key));
+        std::size_t steps = 0;
+        for (; slots_[slot] != none; ++steps) {
+            slot = (slot + 1) & slotMask_;
         }
-        slots_[slot] = static_cast<Slot>(number);
-        stored_ = number;
+        slots_[slot] = static_cast<Slot>(index);
+        stored_ = index + 1;
+        return steps;
     }
 
     Allocator* allocator_;
     Entry* entries_ = nullptr;
-    Slot* slots_ = nullptr;
-    std::size_t count_ = 0;   // Keys that are there.
-    std::size_t stored_ = 0;  // With those that are remembered behind them.
+    Slot* slots_ = const_cast<Slot*>(noSlots);
+    std::size_t count_ = 0;     // Keys that are there.
+    std::size_t stored_ = 0;    // With those that are remembered behind them.
+    std::size_t expected_ = 0;  // Where the next key was the last time.
     std::size_t capacity_ = 0;
-    int shift_ = 0;
+    std::size_t slotMask_ = 1;
+    std::uint64_t multiplier_ = golden;
+    int shift_ = 63;
 };
 
 }  // namespace Nucleo
