@@ -46,6 +46,20 @@ TEST(LogsEndToEndTest, ErrorsReachThePublicLogAndIdsGoOnAfterClearing)
     EXPECT_GT(logs[1].at("timestamp"), logs[0].at("timestamp"));
     EXPECT_TRUE(page.at("_schema").at("properties").contains("logs"));
 
+    const std::string range = " is not within required range [1, " + std::to_string(before + 2) + "].";
+    for (const auto& [query, detail] : std::initializer_list<std::pair<const char*, std::string>>{
+             {"startId=0", "Requested start ID (0)" + range},
+             {"startId=-1", "Requested start ID (4294967295)" + range},
+             {"endId=1e300", "Requested end ID (4294967295)" + range},
+             {"endId=18446744073709551616", "Requested end ID (4294967295)" + range},
+             {"startId=true", "[json.exception.type_error.302] type must be number, but is boolean"},
+             {"startId=", "[json.exception.type_error.302] type must be number, but is string"}}) {
+        const HttpReply reply = host.Get(std::string("/logs?") + query);
+        EXPECT_EQ(reply.status, 400) << query;
+        EXPECT_EQ(reply.Json().at("code"), -997) << query;
+        EXPECT_EQ(reply.Json().at("detail"), detail) << query;
+    }
+
     VxTestSupport::EventReader notices(host.Port(), "/notifications?path=/logs");
     ASSERT_EQ(host.Post("/logs/commands/clear", "null").status, 204);
     const auto cleared = notices.Next();

@@ -1,7 +1,5 @@
 #include <VxCommon/Health/VcIndicatorCache.h>
 
-#include <algorithm>
-
 using namespace Nucleo::Statuses;
 using Nucleo::Allocator;
 using Nucleo::Status;
@@ -26,14 +24,14 @@ void CopyItem(VcHealthIndicator& item, const VcHealthIndicator& reported)
     item.name[sizeof item.name - 1] = '\0';
 }
 
-// Copies a report over one of the same length. Whether the keys are what they were.
+// Copies a report over one of the same length. Whether the ids are what they were, so that the index holds for it.
 bool CopyOver(Report& items, const Report& report)
 {
     std::uint32_t difference = 0;
     const VcHealthIndicator* reported = report.Items().data();
     for (std::size_t i = 0; i < report.Count(); ++i) {
         VcHealthIndicator& item = items.At(i);
-        difference |= (item.id ^ reported[i].id) | (item.instance ^ reported[i].instance);
+        difference |= item.id ^ reported[i].id;
         CopyItem(item, reported[i]);
     }
     return difference == 0;
@@ -80,10 +78,13 @@ inline Status Link(VcIndicatorCache& cache, VcIndicatorListItem* list, std::uint
 
 Status LinkAll(VcIndicatorCache& cache)
 {
-    cache.indexed = false;
     cache.map.Clear();
     const auto items = cache.items->Items();
-    VcIndicatorListItem* list = items.empty() ? nullptr : &cache.list->At(0);
+    cache.indexed = items.empty();
+    if (cache.indexed) {
+        return OK;
+    }
+    VcIndicatorListItem* list = &cache.list->At(0);
     for (std::size_t i = 0; i < items.size(); ++i) {
         if (const Status status = Link(cache, list, items[i].id, i); status != OK) {
             return status;

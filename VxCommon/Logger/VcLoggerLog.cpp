@@ -71,15 +71,15 @@ Status AttachArguments(VcLog& log, const char* format, const Nucleo::FormatArgs&
 Status PrintText(const char* format, const Nucleo::FormatArgs& args, char (&stripped)[VcLogger::TextCapacity],
                  char* buffer, std::size_t capacity, std::size_t* length)
 {
-    const std::size_t formatLength = std::strlen(format);
+    const std::string_view whole(format);
     // Without markers there is nothing to strip; then only the length counts.
-    if (formatLength >= sizeof stripped || std::memchr(format, '$', formatLength) != nullptr) {
+    if (whole.size() >= sizeof stripped || whole.find('$') != std::string_view::npos) {
         if (!Vx::Logging::StripPositionalParameters(format, stripped, sizeof stripped)) {
             return ERROR_CAPACITY;
         }
         return Nucleo::PrintTo(buffer, capacity, length, stripped, args);
     }
-    return Nucleo::PrintTo(buffer, capacity, length, {format, formatLength}, args);
+    return Nucleo::PrintTo(buffer, capacity, length, whole, args);
 }
 
 }  // namespace

@@ -68,11 +68,11 @@ public:
         if (capacity <= capacity_) {
             return OK;
         }
-        if (capacity > std::numeric_limits<std::size_t>::max() / sizeof(T)) {
+        if (capacity > std::numeric_limits<std::size_t>::max() / itemSize) {
             return ERROR_MEMORY;
         }
         void* memory = nullptr;
-        if (const Status status = ObjectAllocator().Allocate(capacity * sizeof(T), &memory); status != OK) {
+        if (const Status status = ObjectAllocator().Allocate(capacity * itemSize, &memory); status != OK) {
             return status;
         }
         std::copy_n(items_, count_, static_cast<T*>(memory));
@@ -120,6 +120,8 @@ public:
     }
 
 private:
+    static constexpr std::size_t itemSize = sizeof(T);  // NOLINT(bugprone-sizeof-expression): a pointer is an item.
+
     template <class U, class... Args>
     friend Status Construct(U** object, Allocator* allocator, Args&&... args) noexcept;
     ArrayList() = default;

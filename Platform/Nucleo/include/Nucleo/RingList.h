@@ -30,11 +30,11 @@ public:
         if (items_ != nullptr) {
             return ERROR_STATE;
         }
-        if (capacity > std::numeric_limits<std::size_t>::max() / sizeof(T)) {
+        if (capacity > std::numeric_limits<std::size_t>::max() / itemSize) {
             return ERROR_MEMORY;
         }
         void* memory = nullptr;
-        if (const Status status = allocator.Allocate(capacity * sizeof(T), &memory); status != OK) {
+        if (const Status status = allocator.Allocate(capacity * itemSize, &memory); status != OK) {
             return status;
         }
         items_ = static_cast<T*>(memory);
@@ -87,6 +87,8 @@ public:
     void Clear() noexcept { first_ = count_ = 0; }
 
 private:
+    static constexpr std::size_t itemSize = sizeof(T);  // NOLINT(bugprone-sizeof-expression): a pointer is an item.
+
     std::size_t Slot(std::size_t index) const noexcept
     {
         const std::size_t slot = first_ + index;

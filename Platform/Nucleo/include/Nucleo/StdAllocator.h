@@ -25,8 +25,8 @@ public:
     T* allocate(std::size_t count)
     {
         void* memory = nullptr;
-        if (count > std::numeric_limits<std::size_t>::max() / sizeof(T) ||
-            allocator_->Allocate(count * sizeof(T), &memory) != OK) {
+        if (count > std::numeric_limits<std::size_t>::max() / itemSize ||
+            allocator_->Allocate(count * itemSize, &memory) != OK) {
             throw std::bad_alloc();
         }
         return static_cast<T*>(memory);
@@ -42,6 +42,8 @@ public:
     }
 
 private:
+    static constexpr std::size_t itemSize = sizeof(T);  // NOLINT(bugprone-sizeof-expression): a pointer is an item.
+
     Allocator* allocator_;
 };
 
