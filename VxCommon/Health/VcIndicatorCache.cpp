@@ -1,13 +1,16 @@
 #include <VxCommon/Health/VcIndicatorCache.h>
 
+#include <cstring>
+
 using namespace Nucleo::Statuses;
 using Nucleo::Allocator;
+using Nucleo::AnyArrayList;
 using Nucleo::Status;
 
 namespace
 {
 
-using Report = Nucleo::ArrayList<VcHealthIndicator>;
+using Items = Nucleo::ArrayList<VcHealthIndicator>;
 constexpr std::size_t none = VcIndicatorListItem_None;
 
 Status VcIndicatorCache_VRelease(Nucleo::Object* object)
@@ -18,21 +21,33 @@ Status VcIndicatorCache_VRelease(Nucleo::Object* object)
     return cache.map.Release();
 }
 
-void CopyItem(VcHealthIndicator& item, const VcHealthIndicator& reported)
+/// A report as bytes: its records have the layout of an indicator but may be of another type.
+const std::byte* RecordsOf(const AnyArrayList& report)
 {
-    item = reported;
+    return static_cast<const std::byte*>(report.ItemData());
+}
+
+bool HasIndicatorLayout(const AnyArrayList& report)
+{
+    return report.ItemType().size == sizeof(VcHealthIndicator);
+}
+
+void CopyItem(VcHealthIndicator& item, const std::byte* record)
+{
+    std::memcpy(&item, record, sizeof item);
     item.name[sizeof item.name - 1] = '\0';
 }
 
 // Copies a report over one of the same length. Whether the ids are what they were, so that the index holds for it.
-bool CopyOver(Report& items, const Report& report)
+bool CopyOver(Items& items, const AnyArrayList& report)
 {
     std::uint32_t difference = 0;
-    const VcHealthIndicator* reported = report.Items().data();
-    for (std::size_t i = 0; i < report.Count(); ++i) {
+    const std::byte* record = RecordsOf(report);
+    for (std::size_t i = 0; i < items.Count(); ++i, record += sizeof(VcHealthIndicator)) {
         VcHealthIndicator& item = items.At(i);
-        difference |= item.id ^ reported[i].id;
-        CopyItem(item, reported[i]);
+        const std::uint32_t id = item.id;
+        CopyItem(item, record);
+        difference |= id ^ item.id;
     }
     return difference == 0;
 }
@@ -48,17 +63,19 @@ void Unlink(VcIndicatorCache& cache)
 }
 
 // Makes the copy and one list item for each.
-Status TakeCopy(VcIndicatorCache& cache, const Report& report)
+Status TakeCopy(VcIndicatorCache& cache, const AnyArrayList& report)
 {
-    Status status = cache.list->Reserve(report.Count());
-    status = status == OK ? cache.items->Resize(report.Count()) : status;
+    const std::size_t count = report.ItemCount();
+    Status status = cache.list->Reserve(count);
+    status = status == OK ? cache.items->Resize(count) : status;
     if (status != OK) {
         return status;
     }
-    for (std::size_t i = 0; i < report.Count(); ++i) {
-        CopyItem(cache.items->At(i), report.At(i));
+    const std::byte* record = RecordsOf(report);
+    for (std::size_t i = 0; i < count; ++i, record += sizeof(VcHealthIndicator)) {
+        CopyItem(cache.items->At(i), record);
     }
-    return cache.list->Resize(report.Count());  // The room is there.
+    return cache.list->Resize(count);  // The room is there.
 }
 
 // Puts the item at `position` behind those of the id.
@@ -125,16 +142,19 @@ Status VcIndicatorCache_Construct(VcIndicatorCache** cache, Allocator* allocator
     Allocator& source = allocator != nullptr ? *allocator : Nucleo::DefaultAllocator();
     Nucleo::Handle<VcIndicatorCache> made;
     Status status = Nucleo::Construct(made.Receive(), &source, source);
-    status = status == OK ? Report::Make(made->items.Receive(), 0, &source) : status;
+    status = status == OK ? Items::Make(made->items.Receive(), 0, &source) : status;
     status = status == OK ? Nucleo::ArrayList<VcIndicatorListItem>::Make(made->list.Receive(), 0, &source) : status;
     *cache = status == OK ? made.Detach() : nullptr;
     return status;
 }
 
-Status VcIndicatorCache_Update(VcIndicatorCache* cache, const Report* report)
+Status VcIndicatorCache_Update(VcIndicatorCache* cache, const AnyArrayList* report)
 {
+    if (!HasIndicatorLayout(*report)) {
+        return ERROR_PARAMETER;
+    }
     Status status = OK;
-    if (cache->indexed && cache->items->Count() == report->Count()) {
+    if (cache->indexed && cache->items->Count() == report->ItemCount()) {
         if (CopyOver(*cache->items, *report)) {
             return OK;
         }
@@ -150,9 +170,9 @@ Status VcIndicatorCache_Update(VcIndicatorCache* cache, const Report* report)
     return status;
 }
 
-Status VcIndicatorCache_InitUpdate(VcIndicatorCache* cache, const Report* report)
+Status VcIndicatorCache_InitUpdate(VcIndicatorCache* cache, const AnyArrayList* report)
 {
-    const Status status = TakeCopy(*cache, *report);
+    const Status status = HasIndicatorLayout(*report) ? TakeCopy(*cache, *report) : ERROR_PARAMETER;
     if (status == OK) {
         Unlink(*cache);
     }

@@ -31,15 +31,14 @@ extern "C" {
 /// An empty cache in memory of `allocator` (null: the default one). ERROR_PARAMETER when it cannot hold objects.
 VXCOMMON_API Nucleo::Status VcIndicatorCache_Construct(VcIndicatorCache** cache, Nucleo::Allocator* allocator);
 
-/// Takes a copy of the report. Names without an end are cut to 63 bytes. On failure, for want of memory, the cache is
-/// empty.
-VXCOMMON_API Nucleo::Status VcIndicatorCache_Update(VcIndicatorCache* cache,
-                                                    const Nucleo::ArrayList<VcHealthIndicator>* report);
+/// Takes a copy of the report, a list of records with the layout of VcHealthIndicator, whatever their type is called.
+/// Names without an end are cut to 63 bytes. ERROR_PARAMETER, and nothing changes, when the records have another size;
+/// on failure for want of memory the cache is empty.
+VXCOMMON_API Nucleo::Status VcIndicatorCache_Update(VcIndicatorCache* cache, const Nucleo::AnyArrayList* report);
 
 /// The first half of an update: takes the copy but finds no id in it until VcIndicatorCache_InsertNew() has linked its
 /// items. On failure the cache is unchanged.
-VXCOMMON_API Nucleo::Status VcIndicatorCache_InitUpdate(VcIndicatorCache* cache,
-                                                        const Nucleo::ArrayList<VcHealthIndicator>* report);
+VXCOMMON_API Nucleo::Status VcIndicatorCache_InitUpdate(VcIndicatorCache* cache, const Nucleo::AnyArrayList* report);
 
 /// Links the item at `position` behind those of the id of `item`, which are walked in the order in which they were
 /// linked. ERROR_PARAMETER when there is no such position, ERROR_ALREADY_EXISTS when it is linked.

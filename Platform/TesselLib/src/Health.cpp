@@ -88,26 +88,17 @@ Nucleo::Status DecodeRecords(HealthMessage** message, std::uint32_t source, std:
     return HealthMessage::Make(message, source, *list, allocator);
 }
 
-/// Whether the list is one of `Record`; its length in `*count` then.
-template <class Record>
-bool IsListOf(const Nucleo::AnyArrayList& content, std::size_t* count) noexcept
-{
-    const auto* list = Nucleo::AsArrayListOf<Record>(&content);
-    *count = list != nullptr ? list->Count() : 0;
-    return list != nullptr;
-}
-
 }  // namespace
 
 Nucleo::Status HealthMessage::Make(HealthMessage** message, std::uint32_t source, Nucleo::AnyArrayList& content,
                                    Nucleo::Allocator* allocator) noexcept
 {
     *message = nullptr;
-    std::size_t count = 0;
-    if (!IsListOf<HealthStatistic>(content, &count) && !IsListOf<InputEvent>(content, &count)) {
+    const Nucleo::Type* type = &content.ItemType();
+    if (type != &HealthStatistic::StaticType() && type != &InputEvent::StaticType()) {
         return ERROR_PARAMETER;
     }
-    return count > MaxItems ? ERROR_LIMIT : Nucleo::Construct(message, allocator, source, content);
+    return content.ItemCount() > MaxItems ? ERROR_LIMIT : Nucleo::Construct(message, allocator, source, content);
 }
 
 Nucleo::Status HealthMessage::Decode(HealthMessage** message, std::span<const std::uint8_t> bytes,

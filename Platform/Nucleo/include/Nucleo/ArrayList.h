@@ -21,6 +21,12 @@ public:
     /// The type of the items.
     virtual const Type& ItemType() const noexcept = 0;
 
+    /// How many items there are.
+    virtual std::size_t ItemCount() const noexcept = 0;
+
+    /// The items one after the other, each as many bytes as its type says; null when there are none.
+    virtual const void* ItemData() const noexcept = 0;
+
     static const Type& StaticType() noexcept;
 
 protected:
@@ -56,6 +62,8 @@ public:
     }
 
     const Type& ItemType() const noexcept override { return TypeOf<T>(); }
+    std::size_t ItemCount() const noexcept override { return count_; }
+    const void* ItemData() const noexcept override { return items_; }
 
     std::size_t Count() const noexcept { return count_; }
     T& At(std::size_t index) noexcept { return items_[index]; }
