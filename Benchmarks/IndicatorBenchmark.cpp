@@ -2,12 +2,16 @@
 // ("same") and when all of them are others ("other"), beside a std::map of chains that is built anew and the bare copy
 // of the records. CacheFind: looking up every key of a cache in random order, beside an unordered map of chains.
 // SetCycle: a whole cycle of a set with 38 id filters, a range filter and 6 added values, beside building a map of its
-// keys anew over a copy of its records, and the bare copy. A report of n records has n / 4 ids of 4 instances each, the
-// records of an instance together.
+// keys anew over a copy of its records, and the bare copy. HealthDigest: a report of the local node through the health
+// aggregator, whose default set takes nearly all of it, beside building an unordered map of chains anew, the bare copy,
+// and the same with only 8 nodes known. A report of n records has n / 4 ids of 4 instances each, the records of an
+// instance together.
 
 #include <algorithm>
+#include <chrono>
 #include <limits>
 #include <map>
+#include <optional>
 #include <random>
 #include <stdexcept>
 #include <string>
@@ -16,8 +20,11 @@
 
 #include <benchmark/benchmark.h>
 
+#include <TesselLib/VirtualSystem.h>
+#include <VxCommon/Health/Health.h>
 #include <VxCommon/Health/VcIndicatorCache.h>
 #include <VxCommon/Health/VcIndicatorSet.h>
+#include <VxTestSupport/ManualTime.h>
 
 namespace
 {
@@ -40,14 +47,15 @@ std::uint32_t IdOf(std::uint32_t number, std::uint32_t shift)
     return shift + (number < mainIds ? 1'000 + 7 * number : firstRangeId + 3 * number);
 }
 
-Handle<Report> MakeReport(std::int64_t count, std::uint32_t shift = 0)
+template <class Record = VcHealthIndicator>
+Handle<Nucleo::ArrayList<Record>> MakeReport(std::int64_t count, std::uint32_t shift = 0)
 {
     const auto size = static_cast<std::uint32_t>(count);
     const std::uint32_t ids = size / 4;
-    Handle<Report> report;
-    Check(Report::Make(report.Receive(), size, nullptr));
+    Handle<Nucleo::ArrayList<Record>> report;
+    Check(Nucleo::ArrayList<Record>::Make(report.Receive(), size, nullptr));
     for (std::uint32_t i = 0; i < size; ++i) {
-        VcHealthIndicator indicator{{}, IdOf(i % ids, shift), i / ids, static_cast<std::int64_t>(i) * 3};
+        Record indicator{{}, IdOf(i % ids, shift), i / ids, static_cast<std::int64_t>(i) * 3};
         const std::string name = "Veloxa/Indicator" + std::to_string(i % ids);
         name.copy(indicator.name, sizeof indicator.name - 1);
         Check(report->Append(indicator));
@@ -276,5 +284,93 @@ void CycleCopy(benchmark::State& state)
     }
 }
 BENCHMARK(CycleCopy)->Name("SetCycle/copy")->Apply(Sizes);
+
+// A health that knows `nodes` nodes, all of which have reported, and a system that hands reports to it.
+class Digester
+{
+public:
+    Digester(std::int64_t size, std::int64_t nodes)
+    {
+        std::vector<TesselLib::VirtualNodeDescription> descriptions;
+        for (std::uint32_t id = 1; id <= nodes; ++id) {
+            descriptions.emplace_back().info.id = id;
+        }
+        Check(TesselLib::VirtualSystem_Construct(system_.Receive(), std::move(descriptions)));
+        Check(system_->OpenHealthStream());
+        health_.emplace(static_cast<Nucleo::Object*>(system_.Get()), localId, localId);
+        for (std::uint32_t id = 2; id <= nodes; ++id) {
+            health_->AddNode(id, 0);
+            Queue(*MakeMessage(id, 100));
+            time_.Run();
+        }
+        message_ = MakeMessage(localId, size);
+    }
+
+    // Seconds that the digest took.
+    double Digest()
+    {
+        Queue(*message_);
+        const auto begin = std::chrono::steady_clock::now();
+        time_.Run();
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+    }
+
+private:
+    static constexpr std::uint32_t localId = 1;
+
+    static Handle<TesselLib::HealthMessage> MakeMessage(std::uint32_t node, std::int64_t size)
+    {
+        Handle<TesselLib::HealthMessage> message;
+        const auto report = MakeReport<TesselLib::HealthStatistic>(size);
+        Check(TesselLib::HealthMessage::Make(message.Receive(), node, *report, nullptr));
+        return message;
+    }
+
+    // The job is there afterwards: it runs when time is told to.
+    void Queue(TesselLib::HealthMessage& message)
+    {
+        Check(TesselLib::VirtualSystem_InjectHealth(*system_, message));
+        Check(TesselLib::VirtualSystem_FlushHealth(*system_, std::chrono::seconds(30)));
+    }
+
+    VxTestSupport::ScopedManualTime time_;
+    Handle<TesselLib::System> system_;
+    std::optional<VxCommon::Health> health_;
+    Handle<TesselLib::HealthMessage> message_;
+};
+
+// `nodes`: how many are known; 0 for as many as the second argument says.
+template <std::int64_t nodes>
+void DigestOurs(benchmark::State& state)
+{
+    Digester digester(state.range(0), nodes != 0 ? nodes : state.range(1));
+    digester.Digest();
+    for (auto _ : state) {
+        state.SetIterationTime(digester.Digest());
+    }
+}
+
+void DigestSizes(benchmark::internal::Benchmark* made, const std::vector<std::int64_t>& nodes)
+{
+    made->ArgsProduct({{100, 1'000, 10'000}, nodes})->ArgNames({"", "nodes"});
+}
+BENCHMARK(DigestOurs<0>)->Name("HealthDigest/ours")->UseManualTime()->Apply([](auto* made) {
+    DigestSizes(made, {1, 8, 64, 512});
+});
+BENCHMARK(DigestOurs<8>)->Name("HealthDigest/with-8-nodes")->UseManualTime()->Apply([](auto* made) {
+    DigestSizes(made, {512});
+});
+
+void DigestChains(benchmark::State& state)
+{
+    const Handle<Report> report = MakeReport(state.range(0));
+    Chains<std::unordered_map<std::uint32_t, VcIndicatorMapItem>> chains;
+    for (auto _ : state) {
+        chains.Update(*report);
+        benchmark::ClobberMemory();
+    }
+}
+BENCHMARK(DigestChains)->Name("HealthDigest/unordered-map")->Apply([](auto* made) { DigestSizes(made, {1}); });
+BENCHMARK(UpdateCopy)->Name("HealthDigest/copy")->Apply([](auto* made) { DigestSizes(made, {1}); });
 
 }  // namespace
