@@ -14,7 +14,7 @@ namespace
 {
 
 std::atomic<bool> taken{false};  // Whether there is an instance, or one is being made.
-std::atomic<Health*> instance{nullptr};
+std::atomic<Health*> theHealth{nullptr};
 
 Vx::Object<void*> Share(void* system)
 {
@@ -42,7 +42,7 @@ struct Health::NodeHandlers
 
 Health* GlobalHealth() noexcept
 {
-    return instance;
+    return theHealth;
 }
 
 Health::Health(void* system, std::uint32_t localId, std::uint32_t mainId)
@@ -52,10 +52,10 @@ try : system_(Share(system)), localId_(localId), mainId_(mainId) {
     }
     try {
         Init();
-        instance = this;
+        theHealth = this;
         VX_CHECK(VxVision::VvProbe_SetConstructor(&VvConstructProbeFx));
     } catch (...) {
-        instance = nullptr;
+        theHealth = nullptr;
         CloseHealth();
         taken = false;
         throw;
@@ -69,7 +69,7 @@ Health::~Health()
 {
     Stop();
     VxVision::VvProbe_SetConstructor(nullptr);
-    instance = nullptr;
+    theHealth = nullptr;
     taken = false;
 }
 
