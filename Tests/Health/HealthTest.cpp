@@ -66,10 +66,12 @@ protected:
         std::vector<TesselLib::VirtualNodeDescription> nodes;
         for (const std::uint32_t id : {localId, mainId, 5U, 9U}) {
             nodes.emplace_back().info.id = id;
-            nodes.back().onOperation = [this, id](TesselLib::NodeOperation) { return id == failing ? -50 : OK; };
+            nodes.back().onOperation = [this, id](TesselLib::NodeOperation) {
+                opened.push_back(id);
+                return id == failing ? -50 : OK;
+            };
         }
-        if (TesselLib::VirtualSystem_Construct(system.Receive(), std::move(nodes)) != OK ||
-            system->OpenHealthStream() != OK) {
+        if (TesselLib::VirtualSystem_Construct(system.Receive(), std::move(nodes)) != OK) {
             throw std::runtime_error("no virtual system");
         }
     }
@@ -79,7 +81,7 @@ protected:
     {
         Handle<Nucleo::ArrayList<T>> list;
         Handle<TesselLib::HealthMessage> message;
-        ASSERT_EQ(Nucleo::ArrayList<T>::Make(list.Receive(), records.size(), nullptr), OK);
+        ASSERT_EQ(Nucleo::ArrayList<T>::Make(list.Receive(), records.size(), &messages), OK);
         for (const T& record : records) {
             ASSERT_EQ(list->Append(record), OK);
         }
@@ -88,11 +90,19 @@ protected:
         ASSERT_EQ(TesselLib::VirtualSystem_FlushHealth(*system, 30s), OK);
     }
 
-    /// Has a node report, and the report digested.
+    /// Has a node report, whatever streams are open, and the report digested.
     void Report(std::uint32_t node, const Records& records)
     {
+        ASSERT_EQ(system->OpenHealthStream(), OK);
         Inject(node, records);
         time.Run();
+    }
+
+    /// The system's queue is made with the first handler, and outlives allocators that a test puts in.
+    void PrepareQueue()
+    {
+        ASSERT_EQ(system->SetHealthHandler([](void*, TesselLib::HealthMessage&) {}, nullptr), OK);
+        ASSERT_EQ(system->SetHealthHandler(nullptr, nullptr), OK);
     }
 
     /// "id/instance=value" of a set, in order.
@@ -118,7 +128,8 @@ protected:
     VxTestSupport::FailingAllocator messages;  // Of the messages.
     Handle<TesselLib::System> system;
     void* handle() { return static_cast<Nucleo::Object*>(system.Get()); }
-    std::uint32_t failing = 0;  // The node whose operations fail.
+    std::uint32_t failing = 0;          // The node whose operations fail.
+    std::vector<std::uint32_t> opened;  // Nodes whose streams were to be opened.
 };
 
 TEST_F(HealthTest, TheDefaultSetHasAddedValuesThenPlatformThenApplication)
@@ -144,9 +155,10 @@ TEST_F(HealthTest, TheDefaultSetHasAddedValuesThenPlatformThenApplication)
         Report(mainId, {Record(2024, 0, state), Record(2301, 3, 10), Record(2301, 3, 20)});
         EXPECT_EQ(AppValue(health, 20007), running) << state;
     }
-    Report(localId, {Record(2201, 0, 4), Record(21012, 1, 6), Record(2228, 2, -1)});
-    EXPECT_THAT(Shown(health, 0), ElementsAre("20007/0=0", "21010/0=34", "21000/0=0", "21005/0=6", "21011/0=0",
-                                              "21202/0=-1", "2024/0=238", "21012/1=6"));
+    Report(localId, {Record(2201, 0, 4), Record(21012, 1, 6), Record(2228, 2, -1), Record(22003, 0, 2),
+                     Record(21016, 0, 5), Record(2999, 0, 99)});
+    EXPECT_THAT(Shown(health, 0), ElementsAre("20007/0=0", "21010/0=34", "21000/0=2", "21005/0=6", "21011/0=5",
+                                              "21202/0=-1", "2024/0=238", "21012/1=6", "22003/0=2", "21016/0=5"));
 }
 
 TEST_F(HealthTest, SourcesAreNumberedByNodes)
@@ -183,14 +195,18 @@ TEST_F(HealthTest, SourcesAreNumberedByNodes)
         EXPECT_EQ(value, 9);
         EXPECT_FALSE(health.GetPlatformValue(0, 30, 0, &value));
         EXPECT_FALSE(health.GetPlatformValueByNodeId(5, 30, 2, &value));
-        EXPECT_THAT(Thrown([&] { health.GetPlatformValue(101, 30, 0, &value); }), testing::StartsWith("-996"));
+        for (const std::int32_t source : {-1, 99, 101}) {
+            EXPECT_THAT(Thrown([&] { health.GetPlatformValue(source, 30, 0, &value); }), testing::StartsWith("-996"));
+        }
         VxTestSupport::ScopedLogCapture log;
         EXPECT_FALSE(health.GetPublicValue(-4, 31, 0, &value));
         EXPECT_FALSE(health.GetPublicValue(8, 31, 2, &value));
         EXPECT_THAT(log.Texts(), ElementsAre("W id=31, instance=2 not found"));
         EXPECT_EQ(value, 9);
     }
+    opened.clear();
     Health both(handle(), localId, localId);
+    EXPECT_THAT(opened, ElementsAre(localId));
     VcIndicatorSet* set = nullptr;
     both.AddHealthSet(1, &set);
     for (const std::int32_t source : {0, 100}) {
@@ -298,6 +314,7 @@ TEST_F(HealthTest, ADigestCallsHandlersThenPublishesThenRaisesUnderTheLock)
     EXPECT_THAT(Thrown([&] { health.AddNodeIndicatorsHandler(unknownId, {}); }), testing::StartsWith("-999"));
     failing = 5;
     EXPECT_THAT(Thrown([&] { health.AddNodeIndicatorsHandler(5, {}); }), testing::StartsWith("-50"));
+    EXPECT_THAT(opened, ElementsAre(localId, mainId, 9U, 5U));
 
     const auto updated = health.NodeCacheUpdatedEvent().Subscribe([&](Health& of, std::uint32_t node, void* cache) {
         std::int64_t value = -1;
@@ -323,7 +340,86 @@ TEST_F(HealthTest, ADigestCallsHandlersThenPublishesThenRaisesUnderTheLock)
     Report(localId, {Record(20001, 0, 8)});
     EXPECT_THAT(calls, ElementsAre("first 9 2", "input 12", "updated 7 8 locked"));
     EXPECT_EQ(health.Cache(localId), nullptr);
+
+    // A callback of a known node comes before everything else; when it stops, that is all.
+    health.AddNodeIndicatorsHandler(mainId, [&](Health& of, std::uint32_t, void*) {
+        std::int64_t value = 0;
+        EXPECT_FALSE(of.GetMainValue(1, 0, &value));
+        of.Stop();
+    });
+    calls.clear();
+    Inject(9, Records{});
+    Report(mainId, {Record(1, 0, 1)});
+    EXPECT_THAT(calls, ElementsAre("first 9 0"));
+    EXPECT_THAT(Thrown([&] { health.AddNodeIndicatorsHandler(localId, {}); }), testing::StartsWith("-1000"));
     EXPECT_EQ(messages.Live(), 0);
+}
+
+TEST_F(HealthTest, TooManyMessagesAreDroppedAndSaidOnce)
+{
+    Health health(handle(), localId, mainId);
+    VxTestSupport::ScopedLogCapture log;
+    const auto overflow = [&] {
+        for (std::size_t i = 0; i < VxCommon::HealthQueue::MaxMessages; ++i) {
+            Inject(localId, Records{});
+        }
+        Inject(mainId, Records{});
+        Inject(localId, Records{});
+    };
+    overflow();
+    time.Run();
+    Inject(localId, Records{});
+    Inject(localId, Records{});
+    time.Run();
+    // Large messages fill the queue sooner.
+    for (int i = 0; i < 4; ++i) {
+        Inject(localId, Records(TesselLib::HealthMessage::MaxItems, Record(1, 0, 1)));
+    }
+    Inject(localId, Records(1, Record(1, 0, 1)));
+    Inject(localId, Records{});
+    EXPECT_EQ(health.DroppedMessages(), 3U);
+    health.Stop();
+    EXPECT_EQ(health.DroppedMessages(), 8U);
+    EXPECT_THAT(log.Texts("Health/Health"),
+                ElementsAre("W The health worker is behind: messages are dropped, the first from node 3.",
+                            "W The health worker keeps up again; 2 messages were dropped.",
+                            "W The health worker is behind: messages are dropped, the first from node 7.",
+                            "I Stopping Health...", "W At the end of Health 6 messages were dropped."));
+    EXPECT_EQ(messages.Live(), 0);
+}
+
+// Whatever memory cannot be had, in the construction or in a digest: it is said, nothing leaks, and the next report
+// comes through.
+TEST_F(HealthTest, EveryAllocationMayFail)
+{
+    PrepareQueue();
+    for (int number = 0;; ++number) {
+        VxTestSupport::ScopedLogCapture log;
+        VxTestSupport::FailingAllocator objects(number);
+        {
+            const VxTestSupport::ScopedDefaultAllocator use(objects);
+            std::optional<Health> health;
+            try {
+                health.emplace(handle(), localId, mainId);
+            } catch (const Vx::Exception& exception) {
+                EXPECT_EQ(exception.Status(), ERROR_MEMORY);
+                EXPECT_EQ(exception.Function(), "VxCommon::Health::Health");
+                continue;
+            }
+            int updates = 0;
+            const auto updated =
+                health->NodeCacheUpdatedEvent().Subscribe([&](Health&, std::uint32_t, void*) { ++updates; });
+            Report(localId, {Record(20000, 0, 1), Record(2201, 0, 1)});
+            EXPECT_EQ(updates + log.Count("Job of runner 'health' failed (out of memory (ERROR_MEMORY, -996))."), 1);
+            Report(localId, {Record(20000, 0, 2), Record(2201, 0, 2)});
+            EXPECT_EQ(AppValue(*health, 20000), 2);
+            EXPECT_EQ(AppValue(*health, 21010), 2);
+        }
+        EXPECT_EQ(objects.Live(), 0);
+        if (!objects.Failed()) {
+            break;
+        }
+    }
 }
 
 TEST_F(HealthTest, StopMayComeFromAListenerAndEndsEverything)
@@ -368,7 +464,6 @@ TEST_F(HealthTest, AFailedConstructionLeavesNothingBehind)
     EXPECT_EQ(Thrown([&] { Health(handle(), 1, 4294967295); }),
               "-987 Error -987 initializing health object for local id 1, main id 4294967295");
     EXPECT_EQ(VxCommon::GlobalHealth(), &health);
-    system->OpenHealthStream();
     Report(localId, {Record(20000, 0, 1)});
     EXPECT_EQ(AppValue(health, 20000), 1);
 }
@@ -416,9 +511,7 @@ TEST_F(HealthTest, RuntimeProbesAreSharedByName)
 
 TEST_F(HealthTest, ASteadyDigestTakesNoMemory)
 {
-    // The system's queue is made with the first handler, and outlives the allocator that is put in.
-    ASSERT_EQ(system->SetHealthHandler([](void*, TesselLib::HealthMessage&) {}, nullptr), OK);
-    ASSERT_EQ(system->SetHealthHandler(nullptr, nullptr), OK);
+    PrepareQueue();
     VxTestSupport::FailingAllocator objects;
     VxTestSupport::ScopedDefaultAllocator use(objects);
     Health health(handle(), localId, mainId);

@@ -1,5 +1,7 @@
 #include <VxCommon/Health/Health.h>
 
+#include <atomic>
+#include <exception>
 #include <utility>
 
 #include <TesselLib/Health.h>
@@ -31,6 +33,13 @@ TesselLib::System& AsSystem(const Vx::Object<void*>& handle)
     return static_cast<TesselLib::System&>(*static_cast<Nucleo::Object*>(handle.Get()));
 }
 
+void LogFailure(Status status)
+{
+    if (status != OK) {
+        Vx_Debug_Log(Error, "The health stream could not be closed (%d).", status);
+    }
+}
+
 }  // namespace
 
 /// The callbacks for one node's reports.
@@ -60,8 +69,8 @@ try : system_(Share(system)), localId_(localId), mainId_(mainId) {
         taken = false;
         throw;
     }
-} catch (const std::exception& exception) {
-    const Status status = Vx::StatusOf(exception);
+} catch (...) {
+    const Status status = Vx::StatusOf(std::current_exception());
     VX_THROW(status, "Error %d initializing health object for local id %u, main id %u", status, localId, mainId);
 }
 
@@ -86,25 +95,44 @@ void Health::Init()
 void Health::OpenHealth()
 {
     VX_CHECK(AsSystem(system_).SetHealthHandler(&OnSystemHealth, this));
+    const Nucleo::MutexGuard guard(streamsMutex_);
     listening_ = true;
-    for (const std::uint32_t nodeId : {localId_, mainId_}) {
-        if (TesselLib::Node* node = nullptr; AsSystem(system_).FindNode(nodeId, &node) == OK) {
-            VX_CHECK(node->OpenHealthStream());
-        }
+    OpenNodeHealth(localId_);
+    if (mainId_ != localId_) {
+        OpenNodeHealth(mainId_);
+    }
+}
+
+void Health::OpenNodeHealth(std::uint32_t nodeId)
+{
+    if (TesselLib::Node* node = nullptr; AsSystem(system_).FindNode(nodeId, &node) == OK) {
+        Vx::Check(VX_HERE_AS("VxCommon::Health::OpenHealth"), node->OpenHealthStream());
     }
 }
 
 void Health::CloseHealth() noexcept
 {
-    if (listening_.exchange(false)) {
-        for (const Status status :
-             {AsSystem(system_).CloseHealthStream(), AsSystem(system_).SetHealthHandler(nullptr, nullptr)}) {
-            if (status != OK) {
-                Vx_Debug_Log(Error, "The health stream could not be closed (%d).", status);
-            }
+    bool wasListening = false;
+    {
+        const Nucleo::MutexGuard guard(streamsMutex_);
+        wasListening = std::exchange(listening_, false);
+        if (wasListening) {
+            LogFailure(AsSystem(system_).CloseHealthStream());
         }
     }
+    if (wasListening) {
+        LogFailure(AsSystem(system_).SetHealthHandler(nullptr, nullptr));
+    }
     worker_.Stop();
+    if (const std::uint64_t dropped = queue_.Clear() + std::exchange(droppedInARow_, 0); dropped != 0) {
+        Vx_Debug_Log(Warning, "At the end of Health %llu messages were dropped.", dropped);
+    }
+}
+
+bool Health::IsListening() const
+{
+    const Nucleo::MutexGuard guard(streamsMutex_);
+    return listening_;
 }
 
 void Health::Start()
@@ -114,7 +142,7 @@ void Health::Start()
 
 void Health::Stop()
 {
-    if (listening_) {
+    if (IsListening()) {
         Vx_Debug_Log(Info, "Stopping Health...");
     }
     CloseHealth();
@@ -131,17 +159,23 @@ void Health::OnSystemHealth(void* receiver, TesselLib::HealthMessage& message)
 
 void Health::QueueMessage(TesselLib::HealthMessage& message)
 {
-    message.Share();
-    const Vx::Object<TesselLib::HealthMessage*> held(&message);
-    if (!worker_.Post([this, held] { OnSystemHealthHandler(*held.Get()); })) {
+    if (!queue_.Push(message)) {
         if (droppedInARow_++ == 0) {
-            Vx_Debug_Log(Warning,
-                         "The queue of the health worker is full: messages are dropped, the first from node %u.",
+            Vx_Debug_Log(Warning, "The health worker is behind: messages are dropped, the first from node %u.",
                          message.SourceNode());
         }
-    } else if (const std::uint64_t dropped = std::exchange(droppedInARow_, 0); dropped != 0) {
-        Vx_Debug_Log(Warning, "The health worker takes messages again; %llu were dropped.", dropped);
+        return;
     }
+    // The worker is no longer behind once the queue was empty: a full one would make a line of every other message.
+    if (droppedInARow_ != 0 && queue_.Count() <= 1) {
+        Vx_Debug_Log(Warning, "The health worker keeps up again; %llu messages were dropped.",
+                     std::exchange(droppedInARow_, 0));
+    }
+    worker_.Post([this] {
+        if (const auto first = queue_.Pop()) {
+            OnSystemHealthHandler(*first.Get());
+        }
+    });
 }
 
 void Health::OnSystemHealthHandler(TesselLib::HealthMessage& message)
@@ -159,6 +193,9 @@ void Health::DigestMessage(TesselLib::HealthMessage& message)
     const std::uint32_t nodeId = message.SourceNode();
     if (const std::shared_ptr<NodeHandlers> handlers = FindNodeHandlers(nodeId)) {
         handlers->event.Raise(*this, nodeId, &message.Content());
+        if (!IsListening()) {
+            return;  // A callback has stopped it.
+        }
     }
     const Vx::Locker locker(lock_);
     HealthNode* node = FindNode(nodeId);
@@ -284,6 +321,10 @@ std::uint64_t Health::AddNodeIndicatorsHandler(std::uint32_t nodeId, NodeIndicat
     if (!FindNodeHandlers(nodeId)) {
         TesselLib::Node* node = nullptr;
         VX_CHECK(AsSystem(system_).FindNode(nodeId, &node));
+        const Nucleo::MutexGuard guard(streamsMutex_);
+        if (!listening_) {
+            VX_THROW(ERROR_STATE, "Health has been stopped.");
+        }
         VX_CHECK(node->OpenHealthStream());
     }
     const Nucleo::MutexGuard guard(handlersMutex_);

@@ -6,7 +6,6 @@
 // Everything may be called from any thread; one re-entrant lock guards nodes, sets, caches and probes. Failures are
 // thrown as Vx::Exception; lookups answer false or null.
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -23,6 +22,7 @@
 #include <VxApi/Event.h>
 #include <VxApi/Object.h>
 #include <VxCommon/Health/HealthNode.h>
+#include <VxCommon/Health/HealthQueue.h>
 #include <VxCommon/Health/VcIndicatorSet.h>
 #include <VxCommon/VcLib/Export.h>
 #include <VxCommon/VcLib/Status.h>
@@ -57,10 +57,10 @@ public:
 
     /// Listens to the nodes `localId`, on which this process runs, and `mainId`, which owns the system (it may be the
     /// same); one that `system`, a TesselLib::System, does not find is left out. Who wants the reports of all nodes
-    /// opens the system's health stream. Adds both nodes and the default set with its filters and aggregates, and
-    /// becomes the vision library's probe constructor.
-    /// Throws ERROR_ALREADY_EXISTS when there is an instance, or whatever a step failed with, as "Error %d initializing
-    /// health object for local id %u, main id %u"; nothing stays open then.
+    /// opens the system's health stream afterwards. Adds both nodes and the default set with its filters and
+    /// aggregates, and becomes the vision library's probe constructor. Throws ERROR_ALREADY_EXISTS when there is an
+    /// instance, or whatever a step failed with, as "Error %d initializing health object for local id %u, main id %u".
+    /// Once its handler was set, that is cleared then and every health stream of the system closed.
     Health(void* system, std::uint32_t localId, std::uint32_t mainId);
 
     /// Stops; releases caches, sets and probes. The caller holds no lock that listeners or vision code take.
@@ -71,8 +71,9 @@ public:
     /// Has the worker say in the log that it runs.
     void Start();
 
-    /// Ends listening: closes the system's health stream and all nodes', and ends the worker; reports that wait are
-    /// dropped, a digest that runs is finished first, except when a listener calls this. The caller does not hold the
+    /// Ends listening: closes the system's health stream and all nodes', and ends the worker; messages that wait are
+    /// dropped, the one that is being digested is finished first. Called by a listener it does not wait for that, and
+    /// what is left of the message's digest still happens, except after a node's callback. The caller does not hold the
     /// lock, unless it is a listener. Later calls do nothing.
     void Stop();
 
@@ -87,8 +88,8 @@ public:
     /// Takes reports of the node from now on. `flags` is only kept. Throws ERROR_ALREADY_EXISTS.
     void AddNode(std::uint32_t nodeId, std::int32_t flags);
 
-    /// Forgets the node, if it is known, and what it reported. Aggregates and sets show that with the next report of
-    /// any node.
+    /// Forgets the node, if it is known, and what it reported. Sets show that with the next report of any other node,
+    /// aggregates with the next one that they do not leave out.
     void RemoveNode(std::uint32_t nodeId);
 
     /// The latest report of the node, with a reference for the caller; null when the node is not known. It is read
@@ -147,7 +148,7 @@ public:
     /// Raised on the worker, without the lock, with each message of input events.
     ContentEvent& InputEvent() noexcept { return inputEvent_; }
 
-    /// Raised by ClearStats() after it succeeded, without the lock.
+    /// Raised by ClearStats() after it succeeded and has left the lock.
     Vx::Event<Health&>& ClearStatsEvent() noexcept { return clearStatsEvent_; }
 
     /// Raised on the worker, under the lock, with the node's id and VcIndicatorCache when a report has been digested:
@@ -167,8 +168,8 @@ public:
     /// Forgets all runtime probes.
     void ClearRuntimeProbes();
 
-    /// How many messages could not be queued for the worker so far: too many waited, or it had been stopped.
-    std::uint64_t DroppedMessages() const { return worker_.Dropped(); }
+    /// How many messages were not digested so far, because too much waited for the worker or by Stop().
+    std::uint64_t DroppedMessages() const { return queue_.Dropped(); }
 
 private:
     struct NodeHandlers;
@@ -176,7 +177,9 @@ private:
     // In Health.cpp: life, messages, nodes, runtime probes.
     void Init();
     void OpenHealth();
+    void OpenNodeHealth(std::uint32_t nodeId) VX_REQUIRES(streamsMutex_);
     void CloseHealth() noexcept;
+    bool IsListening() const;
     static void OnSystemHealth(void* receiver, TesselLib::HealthMessage& message);
     void QueueMessage(TesselLib::HealthMessage& message);
     void OnSystemHealthHandler(TesselLib::HealthMessage& message);
@@ -219,11 +222,14 @@ private:
     std::deque<HealthAggregateProbe> aggregateProbes_ VX_GUARDED_BY(lock_);
     std::uint32_t nextAggregateIndex_ VX_GUARDED_BY(lock_) = 0;
 
-    Vx::AsyncRunner worker_{"health"};
-    std::atomic<bool> listening_{false};  // Whether the platform's handler is this object's.
-    std::uint64_t droppedInARow_ = 0;     // Used by the platform's health thread alone.
+    HealthQueue queue_;
+    Vx::AsyncRunner worker_{"health", HealthQueue::MaxMessages + 1};  // A job for each message, and that of Start.
+    std::uint64_t droppedInARow_ = 0;  // Used by the platform's health thread, and by who has ended its calls.
 
-    Nucleo::Mutex handlersMutex_;  // A leaf: nothing is called under it.
+    mutable Nucleo::Mutex streamsMutex_;  // Held while streams are opened and closed, so that none opens after Stop.
+    bool listening_ VX_GUARDED_BY(streamsMutex_) = false;  // Whether the platform's handler is this object's.
+
+    Nucleo::Mutex handlersMutex_;  // A leaf: no handler is called or destroyed under it.
     std::map<std::uint32_t, std::shared_ptr<NodeHandlers>> nodeHandlers_ VX_GUARDED_BY(handlersMutex_);
     std::uint64_t lastCallbackId_ VX_GUARDED_BY(handlersMutex_) = 0;
 };

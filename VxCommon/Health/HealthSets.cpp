@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 #include <initializer_list>
+#include <string_view>
 
 #include <VxApi/Exception.h>
 #include <VxApi/Locker.h>
@@ -29,6 +30,9 @@ constexpr Ids mainApplicationIds = {20003, 20004, 20015, 20016};
 constexpr VcHealthId castState{2024, 0};
 constexpr std::int64_t castStarted = 0x11;
 constexpr VcHealthId startState{20007, 0};
+
+// Failures of its steps are reported as those of UpdateSets.
+constexpr std::string_view updateSets = "VxCommon::Health::UpdateSets";
 
 // Part of InitDefaultIndicators, and reports as that.
 void AddIdFilters(VcIndicatorSet& set, std::int32_t source, Ids ids)
@@ -223,7 +227,7 @@ void Health::RegisterSources(VcIndicatorSet& set)
 {
     for (const VcIndicatorFilter& filter : set.filters->Items()) {
         if (const VcIndicatorCache* cache = CacheOfSource(filter.source)) {
-            Vx::Check(VX_HERE_AS("VxCommon::Health::UpdateSets"), VcIndicatorSet_Update(&set, filter.source, cache));
+            Vx::Check(VX_HERE_AS(updateSets), VcIndicatorSet_Update(&set, filter.source, cache));
         }
     }
 }
@@ -251,14 +255,15 @@ void Health::UpdateSetWithCastStartIndicator(VcIndicatorSet& set)
 {
     std::int64_t state = 0;
     GetMainValue(castState.id, castState.instance, &state);
-    VX_CHECK(VcIndicatorSet_AddValue(&set, "Veloxa/IndicatorStartState", startState.id, startState.instance,
-                                     (state & castStarted) != 0 ? 1 : 0));
+    Vx::Check(VX_HERE_AS(updateSets), VcIndicatorSet_AddValue(&set, "Veloxa/IndicatorStartState", startState.id,
+                                                              startState.instance, (state & castStarted) != 0 ? 1 : 0));
 }
 
 void Health::UpdateSetWithAggregates(VcIndicatorSet& set)
 {
     for (const HealthAggregateProbe& probe : aggregateProbes_) {
-        VX_CHECK(VcIndicatorSet_AddValue(&set, probe.name, probe.id, probe.instance, probe.value));
+        Vx::Check(VX_HERE_AS(updateSets),
+                  VcIndicatorSet_AddValue(&set, probe.name, probe.id, probe.instance, probe.value));
     }
 }
 

@@ -91,7 +91,8 @@ struct VcIndicatorSetOverwriteArgs
 static_assert(sizeof(VcIndicatorSetOverwriteArgs) == 16 && offsetof(VcIndicatorSetOverwriteArgs, value) == 8);
 
 /// With OK the indicator gets the value that is in `args` then; with any other status, or when it throws, it keeps its
-/// own. The function may read the set and change its filters and overwrites, nothing else of it.
+/// own. The function may read the set and change its filters and overwrites, nothing else of it. Overwrites that it
+/// adds are called from the next cycle on; of those behind one that it removes one is passed over in this cycle.
 using VcIndicatorSetOverwriteFx = Nucleo::Status (*)(void* receiver, VcIndicatorSet* set,
                                                      VcIndicatorSetOverwriteArgs* args);
 

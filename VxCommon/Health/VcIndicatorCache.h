@@ -3,8 +3,8 @@
 // rules of the C-style layer; deviating from them, lookups that find nothing leave their out argument as it was.
 //
 // Reports nearly always repeat the ids of the one before, in the same order. An update with such a one copies the
-// records and keeps the index; any other one builds the index anew. No memory is taken unless a report is larger than
-// all before it.
+// records and keeps the index; any other one builds the index anew. No memory is taken unless a report has more records
+// or more different ids than all before it.
 
 #include <cstddef>
 #include <cstdint>

@@ -113,7 +113,8 @@ Status Call(const VcIndicatorSetOverwrite& overwrite, VcIndicatorSet& set, VcInd
 
 void OverrideValues(VcIndicatorSet& set)
 {
-    for (std::size_t i = 0; i < set.overwrites->Count(); ++i) {
+    const std::size_t count = set.overwrites->Count();  // Without those that the functions add.
+    for (std::size_t i = 0; i < count && i < set.overwrites->Count(); ++i) {
         const VcIndicatorSetOverwrite overwrite = set.overwrites->At(i);  // A copy: the function may remove it.
         const VcHealthId key{overwrite.id, overwrite.instance};
         const std::size_t* position = set.keys.Find(key);

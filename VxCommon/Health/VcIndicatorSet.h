@@ -5,7 +5,7 @@
 // argument as it was.
 //
 // A key that is inserted where it was in the cycle before costs a comparison and the copy of its record. No memory is
-// taken unless a cycle inserts more keys than all before it.
+// taken unless a cycle has more keys or more sources than all before it.
 
 #include <cstddef>
 #include <cstdint>

@@ -326,7 +326,7 @@ public:
     void Clear() { Resize(0); }
 
     /// Raised after each change of the elements' number: once for Add, Resize, Clear and a reading from JSON. Changes
-    /// inside an element do not raise it.
+    /// inside an element do not raise it. A listener does not change the elements' number.
     Event<>& ChangedEvent() noexcept { return changed_; }
 
     nlohmann::json ToJson() const override
