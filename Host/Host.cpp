@@ -14,6 +14,8 @@
 #include "AppInfo.h"
 #include "AutoSaveWatch.h"
 #include "DomainHandler.h"
+#include "HealthResources.h"
+#include "HostHealth.h"
 #include "HostResources.h"
 #include "LogFilterWatch.h"
 #include "ProblemSources.h"
@@ -65,13 +67,15 @@ struct Host::Parts
         std::vector<std::string> damaged =
             Start(ExitCode::Failure, [&] { return LoadState(manager, system, info, watch); });
         checker.emplace(problems, options.storage, MakeProblemSources(options, manager, watch, std::move(damaged)));
+        Start(ExitCode::Failure, [&] { health.emplace(system, options.nodes, options.dataFolder); });
         jobs.emplace(router, manager);
         logs.emplace().Register(router);
         problemsDir.emplace(problems).Register(router);
+        healthResources.emplace(router, *health);
         resources.emplace(router, std::vector<Setting*>{&acquisition, &network, &layout},
-                          StatusResource::Facts{options.dataFolder, options.nodes + 1}, manager, watch);
+                          StatusResource::Facts{options.dataFolder, options.nodes + 1}, manager, watch, *health);
         Start(ExitCode::Network, [&] { server.emplace(router, options.server); });
-        resources->Status().SetServer(*server);
+        resources->SetServer(*server);
     }
 
     LogFilterWatch filterWatch;
@@ -86,10 +90,12 @@ struct Host::Parts
     AutoSaveWatch watch{manager};
     VxCommon::ProblemsManager problems;
     std::optional<ProblemChecker> checker;
+    std::optional<HostHealth> health;
     VxRest::ResourceRouter router;
     std::optional<VxCommon::PersistDir> jobs;
     std::optional<VxCommon::LogsDir> logs;
     std::optional<VxCommon::ProblemsDir> problemsDir;
+    std::optional<HealthResources> healthResources;
     std::optional<HostResources> resources;
     std::optional<VxRest::HttpServer> server;
 };
@@ -113,6 +119,7 @@ std::vector<std::string> Host::Stop()
     }
     parts_->server->Stop();
     parts_->resources.reset();
+    parts_->healthResources.reset();
     parts_->problemsDir.reset();
     parts_->logs.reset();
     parts_->jobs.reset();

@@ -37,6 +37,10 @@ struct StatusProperties final : Vx::Params::Group
         *this, "privateLogLastId", {.title = "Newest entry of the private log", .readOnly = true}};
     Value<std::uint64_t> logFilterTexts{
         *this, "logFilterTexts", {.title = "Texts that the log filters remember", .readOnly = true}};
+    Value<std::uint64_t> droppedHealthMessages{
+        *this, "droppedHealthMessages", {.title = "Health reports that could not be queued", .readOnly = true}};
+    Value<std::uint64_t> refusedHealthReports{
+        *this, "refusedHealthReports", {.title = "Health reports that the platform did not take", .readOnly = true}};
     Value<std::uint64_t> requests{*this, "requests", {.title = "HTTP requests so far", .readOnly = true}};
     Value<std::uint64_t> connections{*this, "connections", {.title = "HTTP connections", .readOnly = true}};
     Value<std::uint64_t> noticeStreams{*this, "noticeStreams", {.title = "Notice streams", .readOnly = true}};
@@ -62,8 +66,9 @@ std::uint64_t FreeSpace(const std::filesystem::path& folder)
 
 }  // namespace
 
-StatusResource::StatusResource(Facts facts, const VxCommon::PersistManager& manager, const AutoSaveWatch& watch)
-    : facts_(std::move(facts)), manager_(manager), watch_(watch)
+StatusResource::StatusResource(Facts facts, const VxCommon::PersistManager& manager, const AutoSaveWatch& watch,
+                               const HostHealth& health)
+    : facts_(std::move(facts)), manager_(manager), watch_(watch), health_(health)
 {}
 
 nlohmann::json StatusResource::Document(const VxRest::RequestInfo& request, VxRest::ResponseInfo& /*response*/)
@@ -79,6 +84,8 @@ nlohmann::json StatusResource::Document(const VxRest::RequestInfo& request, VxRe
     status.jobUnsaved.Fill(manager_.HasUnsavedChanges(PersistDomain::JOB));
     status.failedSaves.Fill(watch_.FailedSaves(PersistDomain::GLOBAL) + watch_.FailedSaves(PersistDomain::WORKSPACE));
     FillLogs(status);
+    status.droppedHealthMessages.Fill(health_.Collector().DroppedMessages());
+    status.refusedHealthReports.Fill(health_.Reporter().RefusedReports());
     if (const VxRest::HttpServer* server = server_) {
         const VxRest::HttpServerStatistics counters = server->Statistics();
         status.requests.Fill(counters.requests);

@@ -11,6 +11,7 @@
 #include <VxRest/Resource.h>
 
 #include "AutoSaveWatch.h"
+#include "HostHealth.h"
 
 namespace VxHost
 {
@@ -27,8 +28,9 @@ public:
         std::uint64_t nodes = 0;
     };
 
-    /// The manager and the watch must outlive the resource.
-    StatusResource(Facts facts, const VxCommon::PersistManager& manager, const AutoSaveWatch& watch);
+    /// The manager, the watch and the health must outlive the resource.
+    StatusResource(Facts facts, const VxCommon::PersistManager& manager, const AutoSaveWatch& watch,
+                   const HostHealth& health);
 
     /// The server whose counters are shown; until it is there they are 0. It must outlive every request.
     void SetServer(const VxRest::HttpServer& server) noexcept { server_ = &server; }
@@ -39,6 +41,7 @@ private:
     const Facts facts_;
     const VxCommon::PersistManager& manager_;
     const AutoSaveWatch& watch_;
+    const HostHealth& health_;
     std::atomic<const VxRest::HttpServer*> server_{nullptr};
     const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };

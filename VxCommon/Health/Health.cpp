@@ -178,6 +178,11 @@ void Health::QueueMessage(TesselLib::HealthMessage& message)
     });
 }
 
+std::uint64_t Health::DroppedMessages() const
+{
+    return queue_.Dropped();
+}
+
 void Health::OnSystemHealthHandler(TesselLib::HealthMessage& message)
 {
     const Nucleo::Type* type = &message.Content().ItemType();

@@ -169,7 +169,7 @@ public:
     void ClearRuntimeProbes();
 
     /// How many messages were not digested so far, because too much waited for the worker or by Stop().
-    std::uint64_t DroppedMessages() const { return queue_.Dropped(); }
+    std::uint64_t DroppedMessages() const;
 
 private:
     struct NodeHandlers;

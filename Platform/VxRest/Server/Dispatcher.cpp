@@ -99,8 +99,23 @@ Reply MakeResult(unsigned status, json&& value, const Acceptance& acceptance)
     return reply;
 }
 
-Reply MakeDocument(json document, const Task& task, const ResponseInfo& response)
+Reply MakeText(ResponseInfo::TextBody text, const Acceptance& acceptance)
 {
+    if (!acceptance.Takes(text.mediaType)) {
+        throw Refusal(406, "this document can be had as " + text.mediaType);
+    }
+    Reply reply;
+    reply.status = 200;
+    reply.AddField("Content-Type", text.mediaType);
+    reply.body = EncodedBody(std::move(text.text));
+    return reply;
+}
+
+Reply MakeDocument(json document, const Task& task, ResponseInfo& response)
+{
+    if (std::optional<ResponseInfo::TextBody> text = response.TakeText()) {
+        return MakeText(std::move(*text), task.acceptance);
+    }
     json::binary_t* bytes = task.acceptance.TakesOctets() ? OnlyBinaryField(document) : nullptr;
     if (bytes != nullptr && task.acceptance.PrefersOctets()) {
         Reply reply;
@@ -111,9 +126,7 @@ Reply MakeDocument(json document, const Task& task, const ResponseInfo& response
     }
     const std::optional<Media> media = task.acceptance.BestStructured();
     if (!media) {
-        throw Refusal(406,
-                      "this document is more than bytes; it can be had as application/json, application/cbor or "
-                      "application/msgpack");
+        throw Refusal(406, "this document can be had as application/json, application/cbor or application/msgpack");
     }
     Reply reply;
     reply.status = 200;
@@ -164,9 +177,9 @@ Dispatcher::Outcome Dispatcher::Examine(const RequestHead& head, Target target) 
     if (!operation) {
         throw Refusal(405, "this path does not take the request's method").With("Allow", AllowedVerbs(match));
     }
-    const Acceptance acceptance(head.accept);
-    const bool bytesCanDo = *operation == Operation::Document && acceptance.TakesOctets();
-    if (HasResult(*operation) && !acceptance.BestStructured() && !bytesCanDo) {
+    Acceptance acceptance(head.accept);
+    // What a document can be had as shows when it is there: bytes or a text may do.
+    if (HasResult(*operation) && *operation != Operation::Document && !acceptance.BestStructured()) {
         throw Refusal(406, "what this path can answer is application/json, application/cbor or application/msgpack");
     }
     CheckBody(head, bodyBytes_);
@@ -178,7 +191,7 @@ Dispatcher::Outcome Dispatcher::Examine(const RequestHead& head, Target target) 
         }
     }
     Task task{*operation, RequestInfo(std::move(target.path), match.Keys(), std::move(target.args), target.schema),
-              acceptance, bodyMedia, std::nullopt};
+              std::move(acceptance), bodyMedia, std::nullopt};
     if (*operation == Operation::Document && match.Resource().IsImmediate()) {
         task.immediate.emplace(std::move(match));
     }

@@ -96,6 +96,7 @@ public:
         statistics.noticeStreams = state_.notices.Streams();
         statistics.notices = state_.notices.Queue()->Raised();
         statistics.slowClients = state_.notices.SlowClients();
+        state_.answers.Read(statistics);
         return statistics;
     }
 

@@ -109,6 +109,7 @@ Acceptance::Acceptance(std::string_view accept)
         quality_.fill(1);
         return;
     }
+    accept_ = accept;
     for (const Media media : AllMedia) {
         quality_[static_cast<std::size_t>(media)] = AcceptQuality(accept, MediaName(media));
     }
@@ -132,6 +133,11 @@ bool Acceptance::PrefersOctets() const
     const std::optional<Media> structured = BestStructured();
     return TakesOctets() && (!structured || quality_[static_cast<std::size_t>(Media::Octets)] >
                                                 quality_[static_cast<std::size_t>(*structured)]);
+}
+
+bool Acceptance::Takes(std::string_view mediaType) const
+{
+    return AcceptQuality(accept_, NextPart(mediaType, ';')) > 0;
 }
 
 }  // namespace VxRest::Http

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <optional>
+#include <string>
 #include <string_view>
 
 namespace VxRest::Http
@@ -47,7 +48,11 @@ public:
 
     bool TakesOctets() const { return quality_[static_cast<std::size_t>(Media::Octets)] > 0; }
 
+    /// Whether a text of this type is taken. Parameters, on both sides, make no difference.
+    bool Takes(std::string_view mediaType) const;
+
 private:
+    std::string accept_;  ///< Empty: everything is taken.
     std::array<int, AllMedia.size()> quality_{};
 };
 

@@ -17,7 +17,7 @@ namespace VxRest::Http
 struct Reply
 {
     unsigned status = 204;
-    std::string_view mediaType;  ///< Of the body; a literal. Empty: no body.
+    std::string_view mediaType;  ///< Of the body; a literal. Empty: no body, or `fields` tells.
     std::string fields;          ///< Further header lines, see AddField.
     EncodedBody body;
     bool close = false;  ///< Close the connection afterwards.

@@ -10,6 +10,7 @@
 
 #include <VxRest/HttpServer.h>
 
+#include "AnswerCounters.h"
 #include "Dispatcher.h"
 #include "Gate.h"
 #include "NoticeHub.h"
@@ -45,6 +46,7 @@ struct ServerState
     // For Statistics.
     std::atomic<std::uint64_t> requests{0};
     std::atomic<std::uint64_t> connections{0};
+    AnswerCounters answers;
 };
 
 }  // namespace VxRest::Http

@@ -232,6 +232,7 @@ bool Session::ReadHeader()
 void Session::OnHeader(std::size_t length)
 {
     server_.requests.fetch_add(1, std::memory_order_relaxed);
+    headerEnd_ = Clock::now();
     parser_.emplace();
     parser_->header_limit(static_cast<std::uint32_t>(length));
     parser_->body_limit(boost::none);
@@ -470,6 +471,11 @@ void Session::Send(Reply reply)
         answerBody_ = {};
     }
     answerSent_ = 0;
+    server_.answers.CountStatus(reply_.status);
+    if (headerEnd_) {
+        server_.answers.CountDuration(Clock::now() - *headerEnd_);
+        headerEnd_.reset();
+    }
     state_ = State::Writing;
     SetDeadline(server_.options.writeDeadline);
     Flush();

@@ -97,6 +97,7 @@ private:
     std::optional<Parser> parser_;
     RequestHead head_;
     std::string path_;
+    std::optional<TimePoint> headerEnd_;  ///< Nothing before, and once the answer has been counted.
     TimePoint bodyBegin_{};
     std::uint64_t accounted_ = 0;   ///< Of the body, in the server's sum.
     std::optional<Reply> refusal_;  ///< To be sent once the body has passed by.

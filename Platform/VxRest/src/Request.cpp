@@ -19,4 +19,9 @@ void ResponseInfo::Embed(std::string relation, std::string path, bool link, nloh
     embedded_.push_back({std::move(relation), std::move(path), link, std::move(document)});
 }
 
+void ResponseInfo::SetText(std::string mediaType, std::string text)
+{
+    text_ = TextBody{std::move(mediaType), std::move(text)};
+}
+
 }  // namespace VxRest

@@ -1,6 +1,7 @@
 // The HTTP server on a loopback socket: exact bytes, rubbish, limits, and how it ends.
 
 #include <future>
+#include <numeric>
 #include <thread>
 
 #include "ServerFixture.h"
@@ -58,6 +59,85 @@ TEST_F(HttpWire, ExactBytes)
     const std::string head = WithoutDate(Raw(Head("HEAD /doc") + "Connection: close\r\n\r\n"));
     EXPECT_NE(head.find("Content-Length: 41\r\n"), std::string::npos) << head;
     EXPECT_TRUE(head.ends_with("\r\n\r\n"));
+}
+
+TEST_F(HttpWire, TextsOfAResourcesOwnMediaType)
+{
+    FakeResource text;
+    text.document = [](const auto&, VxRest::ResponseInfo& response) {
+        response.Embed("item", "/doc", true, nullptr);
+        response.SetText("text/x; v=1\r\nEvil: 1", "never sent");
+        response.SetText("Text/x; v=1", "a \xFF\n");
+        return json{{"not", "sent"}};
+    };
+    router.Register("/text", text);
+    Start();
+    const std::string header =
+        "HTTP/1.1 200 OK\r\nCache-Control: no-store\r\nX-Content-Type-Options: nosniff\r\nContent-Length: 4\r\n"
+        "Connection: close\r\nContent-Type: Text/x; v=1\r\n\r\n";
+    for (const bool atOnce : {false, true}) {
+        text.immediate = atOnce;
+        EXPECT_EQ(WithoutDate(Raw(Head("GET /text?schema=true") + "Connection: close\r\n\r\n")), header + "a \xFF\n");
+        EXPECT_EQ(WithoutDate(Raw(Head("HEAD /text") + "Connection: close\r\n\r\n")), header);
+    }
+    HttpClient client = Connect();
+    const std::pair<const char*, int> accepts[] = {
+        {"", 200},
+        {"*/*", 200},
+        {"text/*;q=0.1", 200},
+        {"application/json, text/X;v=2;q=0.001", 200},
+        {"*/*;q=0, text/x", 200},
+        {"application/json", 406},
+        {"application/octet-stream", 406},
+        {"text/x;q=0, */*", 406},
+        {"text/*;q=0", 406},
+        {"text", 406},
+        {";;,,q=\"", 406},
+    };
+    for (const auto& [accept, status] : accepts) {
+        EXPECT_EQ(client.Get("/text", {{"Accept", accept}}).status, status) << accept;
+    }
+    EXPECT_EQ(client.Get("/doc", {{"Accept", "text/x"}}).status, 406);
+    text.document = [](const auto&, VxRest::ResponseInfo& response) {
+        response.SetText("text/x\r\nEvil: 1", "");
+        return nullptr;
+    };
+    const HttpReply harmless = client.Get("/text");
+    EXPECT_EQ(harmless.Header("Content-Type"), "text/x%0D%0AEvil: 1");
+    EXPECT_EQ(harmless.Header("Content-Length"), "0");
+}
+
+TEST_F(HttpWire, AnswersAndTheirDurationsAreCounted)
+{
+    FakeResource failing = FakeResource::WithCommand([](const auto&, const auto&) -> json { throw 5; });
+    router.Register("/fail", failing);
+    Start();
+    HttpClient client = Connect();
+    for (int i = 0; i < 3; ++i) {
+        client.Get("/now");
+    }
+    client.Get("/none");
+    client.Request("POST", "/fail");
+    VxTestSupport::EventReader notices(server->Port());
+    EXPECT_NE(Raw("GET /\nbroken\r\n\r\n").find(" 400 "), std::string::npos);  // without a header, so without a time
+
+    const auto begin = std::chrono::steady_clock::now();
+    HttpClient slowClient = BeginSlow();
+    const auto entered = std::chrono::steady_clock::now();
+    EXPECT_TRUE(IsServing());
+    const double before = server->Statistics().durations.sum;
+    const auto leaving = std::chrono::steady_clock::now();
+    gate.open.Set();
+    EXPECT_EQ(slowClient.Receive().status, 200);
+    const std::chrono::duration<double> most = std::chrono::steady_clock::now() - begin;
+    const VxRest::HttpServerStatistics counted = server->Statistics();
+    EXPECT_EQ(counted.answers2xx, 5u);
+    EXPECT_EQ(counted.answers4xx, 2u);
+    EXPECT_EQ(counted.answers5xx, 1u);
+    const auto& counts = counted.durations.counts;
+    EXPECT_EQ(std::accumulate(counts.begin(), counts.end(), std::uint64_t{0}), 7u);
+    EXPECT_GE(counted.durations.sum - before, std::chrono::duration<double>(leaving - entered).count());
+    EXPECT_LE(counted.durations.sum - before, most.count());
 }
 
 TEST_F(HttpWire, ConnectionsAreKeptAndPipelinedRequestsAnsweredInOrder)

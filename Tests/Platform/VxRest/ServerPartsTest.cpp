@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <Server/AnswerCounters.h>
 #include <Server/Authority.h>
 #include <Server/Gate.h>
 #include <Server/MediaType.h>
@@ -19,6 +20,7 @@ namespace
 using namespace VxRestTests;
 using namespace VxRest::Http;
 using VxRest::EventType;
+using namespace std::chrono_literals;
 
 /// The HTTP status of the refusal that `call` throws; 0 when it throws none.
 template <class Call>
@@ -30,6 +32,19 @@ unsigned RefusalOf(Call&& call)
         return refusal.HttpStatus();
     }
     return 0;
+}
+
+TEST(AnswerCounters, ABoundBelongsToItsBucket)
+{
+    AnswerCounters counters;
+    for (const std::chrono::nanoseconds duration :
+         {0ns, 1'000'000ns, 1'000'001ns, 2'500'000ns, 100'000'000ns, 10'000'000'000ns, 10'000'000'001ns}) {
+        counters.CountDuration(duration);
+    }
+    VxRest::HttpServerStatistics statistics;
+    counters.Read(statistics);
+    EXPECT_EQ(statistics.durations.counts, (std::array<std::uint64_t, 14>{2, 2, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 1, 1}));
+    EXPECT_DOUBLE_EQ(statistics.durations.sum, 20.104500002);
 }
 
 TEST(MediaTypes, ContentTypes)

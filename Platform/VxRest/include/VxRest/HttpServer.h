@@ -1,6 +1,7 @@
 #pragma once
 // Serves a ResourceRouter over HTTP/1.1: documents, commands, change notices.
 
+#include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -43,7 +44,20 @@ struct HttpServerOptions
     std::chrono::milliseconds noticeHeartbeat{15'000};
 };
 
-/// Counters of a running server.
+/// How long requests take, from the end of their header to their answer's being handed to the socket: what arrives of
+/// a body, waiting for a worker and the resource's call included, sending left out. Notice streams and what is refused
+/// before its header has ended are not counted.
+struct HttpDurations
+{
+    /// Upper bounds in seconds of all buckets but the last, which has none. A bound belongs to its bucket.
+    static constexpr std::array<double, 13> bounds = {0.001, 0.0025, 0.005, 0.01, 0.025, 0.05, 0.1,
+                                                      0.25,  0.5,    1,     2.5,  5,     10};
+
+    std::array<std::uint64_t, bounds.size() + 1> counts{};  ///< Of each bucket alone.
+    double sum = 0;                                         ///< Of all, in seconds.
+};
+
+/// Counters of a running server. They are read one by one: one may be ahead of another.
 struct HttpServerStatistics
 {
     std::uint64_t requests = 0;       ///< Headers read so far.
@@ -51,6 +65,12 @@ struct HttpServerStatistics
     std::uint64_t noticeStreams = 0;  ///< Open now.
     std::uint64_t notices = 0;        ///< Raised so far.
     std::uint64_t slowClients = 0;    ///< Notice streams cut off because their queue was full.
+
+    // Answers so far by class of their status. An answer counts before its first byte is sent; notice streams do not.
+    std::uint64_t answers2xx = 0;
+    std::uint64_t answers4xx = 0;
+    std::uint64_t answers5xx = 0;
+    HttpDurations durations;
 };
 
 /// One I/O thread for sockets and notices, `workers` threads for resource calls. Start and stop from one thread.

@@ -2,8 +2,10 @@
 // What a resource gets to know of a request, and what it can say beside its result.
 
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -44,7 +46,7 @@ private:
     bool schema_ = false;
 };
 
-/// What a resource adds to its document.
+/// What a resource adds to its document, or sends in its place.
 class ResponseInfo
 {
 public:
@@ -62,8 +64,24 @@ public:
 
     const std::vector<Embedded>& Embeddings() const noexcept { return embedded_; }
 
+    struct TextBody
+    {
+        std::string mediaType;
+        std::string text;
+    };
+
+    /// Answers GET and HEAD with `text`, byte for byte, in the place of the document and its links, whatever the
+    /// resource returns. `mediaType` is the answer's Content-Type, such as "text/csv; charset=utf-8". A client whose
+    /// Accept does not take that type (parameters aside) gets 406 instead. The last call counts. A document that is
+    /// embedded in another is not affected.
+    void SetText(std::string mediaType, std::string text);
+
+    /// Hands out what SetText was given; nothing unless it was called.
+    std::optional<TextBody> TakeText() noexcept { return std::exchange(text_, std::nullopt); }
+
 private:
     std::vector<Embedded> embedded_;
+    std::optional<TextBody> text_;
 };
 
 /// What a collection answers when a member was created.

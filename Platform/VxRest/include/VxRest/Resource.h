@@ -21,7 +21,7 @@ class IDocumentResource
 public:
     virtual ~IDocumentResource() = default;
 
-    /// The document as it is now.
+    /// The document as it is now, or null and a text of another media type, see ResponseInfo::SetText.
     virtual nlohmann::json Document(const RequestInfo& request, ResponseInfo& response) = 0;
 
     /// Takes a new document. Throws when it is refused; nothing has changed then.

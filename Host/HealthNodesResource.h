@@ -1,0 +1,37 @@
+#pragma once
+
+#include <VxRest/Resource.h>
+
+#include "HealthReporter.h"
+#include "NodeWatch.h"
+#include "NoticeLimiter.h"
+
+namespace VxHost
+{
+
+/// "/health/nodes": how the reports of the nodes come in; "/health/nodes/:id": those of one, which can be silenced when
+/// it is a simulated one. Safe on any thread.
+class HealthNodesResource final : public VxRest::DocumentResourceBase
+{
+public:
+    static constexpr const char* Path = "/health/nodes/:id";
+
+    /// Both must outlive the resource.
+    HealthNodesResource(const NodeWatch& nodes, HealthReporter& reporter) : nodes_(nodes), reporter_(reporter) {}
+
+    nlohmann::json Document(const VxRest::RequestInfo& request, VxRest::ResponseInfo& response) override;
+
+    /// Takes {"reporting": false} or true for one node; see HealthReporter::SetReporting for what is refused.
+    void UpdateDocument(const VxRest::RequestInfo& request, const nlohmann::json& document) override;
+    bool IsImmediate() const override { return true; }
+
+    /// Tells that the state of a node has changed.
+    void Notify() { notices_.Raise(); }
+
+private:
+    const NodeWatch& nodes_;
+    HealthReporter& reporter_;
+    NoticeLimiter notices_{*this, "/health/nodes"};
+};
+
+}  // namespace VxHost

@@ -1,0 +1,220 @@
+// The host's health on a virtual system whose time the test drives: reports, the watch over nodes, resources, notices.
+
+#include <map>
+
+#include <Host/HealthReport.h>
+#include <Host/HealthResources.h>
+#include <Host/VirtualController.h>
+#include <TesselLib/VirtualSystem.h>
+#include <VxTestSupport/MemoryStorage.h>
+#include <VxTestSupport/ScopedClock.h>
+
+#include "Rig.h"
+
+namespace VxHostTest
+{
+namespace
+{
+
+using nlohmann::json;
+using testing::ElementsAre;
+
+class HostHealthTest : public testing::Test
+{
+protected:
+    HostHealthTest()
+    {
+        notices = router.NotificationEvent().Subscribe(
+            [this](VxRest::EventType, const std::string& path) { ++noticed[path]; });
+    }
+
+    /// Lets time go by and the reports that fall due be digested.
+    void Advance(std::chrono::milliseconds duration)
+    {
+        for (; duration > 0ms; duration -= 100ms) {
+            now += 100ms;
+            clock.SetTimer(static_cast<std::uint64_t>(now.count()));
+            time.Advance(100ms);
+            auto* handle = static_cast<Nucleo::Object*>(system.SystemHandle());
+            ASSERT_EQ(TesselLib::VirtualSystem_FlushHealth(static_cast<TesselLib::System&>(*handle), 60s), Nucleo::OK);
+            time.Run();
+        }
+    }
+
+    json Get(const std::string& path, const json& arguments = json::object())
+    {
+        const auto match = router.Find(path);
+        VxRest::ResponseInfo response;
+        return match.Document(VxRest::RequestInfo(path, match.Keys(), arguments), response);
+    }
+
+    void Patch(const std::string& path, const json& document)
+    {
+        const auto match = router.Find(path);
+        match.UpdateDocument(VxRest::RequestInfo(path, match.Keys()), document);
+    }
+
+    std::int64_t Sum(std::uint32_t id)
+    {
+        return Get("/health/sets/0", {{"firstId", id}, {"lastId", id}}).at("indicators").at(0).at("value");
+    }
+
+    VxTestSupport::ScopedManualTime time;
+    VxTestSupport::ScopedClock clock;
+    VxTestSupport::ScopedLogCapture log;
+    std::chrono::microseconds now{0};
+    VxCommon::TesselSystem system = VxHost::MakeVirtualController(
+        std::make_unique<VxTestSupport::MemoryStorage>(), 2, VxCommon::TesselSystem::ApplicationType::PixoraFirmware);
+    VxHost::HostHealth health{system, 2, "/"};
+    VxRest::ResourceRouter router;
+    VxHost::HealthResources resources{router, health};
+    std::map<std::string, int> noticed;
+    Vx::Subscription notices;
+};
+
+TEST_F(HostHealthTest, SilencedNodeBecomesStaleAndComesBack)
+{
+    const auto show = [this](const char* id) {
+        const json node = Get(std::string("/health/nodes/") + id);
+        return node.at("age").dump() + (node.at("state") == 1 ? " stale" : " online") +
+               (node.at("reporting") ? "" : " silenced");
+    };
+    Advance(1s);
+    EXPECT_EQ(show("101"), "0 online");
+    EXPECT_EQ(Get("/health/nodes").at("nodes").size(), 3U);
+    Patch("/health/nodes/101", {{"reporting", false}});
+    Advance(3500ms);
+    EXPECT_EQ(show("101"), "3500 online silenced") << "three reports and a half";
+    Advance(500ms);
+    EXPECT_EQ(show("101"), "4000 stale silenced");
+    EXPECT_EQ(show("102"), "0 online");
+    EXPECT_EQ(Get("/health").at("staleNodes"), 1);
+    EXPECT_EQ(noticed["/health"], 1);
+    EXPECT_EQ(noticed["/health/nodes"], 2) << "silenced, stale";
+    Advance(5s);
+    Patch("/health/nodes/101", {{"reporting", true}});
+    EXPECT_EQ(show("101"), "9000 stale");
+    Advance(1s);
+    EXPECT_EQ(show("101"), "0 online");
+    EXPECT_EQ(Get("/health").at("staleNodes"), 0);
+    Advance(1s);  // The look at the nodes may come before the report of its second.
+    EXPECT_EQ(noticed["/health"], 2);
+    EXPECT_THAT(log.Texts("Health"),
+                ElementsAre("W Node 101 is stale: it has not reported for 4000 ms.", "I Node 101 reports again."));
+}
+
+TEST_F(HostHealthTest, NodeThatNeverReportedIsAsOldAsTheWatch)
+{
+    Advance(100ms);
+    Patch("/health/nodes/102", {{"reporting", false}});
+    VxHost::NodeWatch late(health.Collector(), {101, 102, 7});
+    Advance(3600ms);
+    const auto node = late.Find(102);
+    ASSERT_TRUE(node);
+    EXPECT_FALSE(node->reported);
+    EXPECT_EQ(node->age, 3600U);
+    EXPECT_EQ(node->state, VxHost::NodeState::Stale);
+    EXPECT_EQ(late.Find(7)->state, VxHost::NodeState::Stale) << "unknown to the health";
+    EXPECT_EQ(late.Find(101)->state, VxHost::NodeState::Online);
+    EXPECT_FALSE(late.Find(100));
+}
+
+TEST_F(HostHealthTest, DropsOfAllNodesAreSummedUpAsTheyComeAndGo)
+{
+    const auto drops = [](std::uint64_t tick, std::uint32_t id) {
+        std::int64_t sum = 0;
+        for (const std::uint32_t position : {1U, 2U}) {
+            for (const auto& statistic : VxHost::SimulatedReport(position, tick)) {
+                sum += statistic.id == id ? statistic.value : 0;
+            }
+        }
+        return sum;
+    };
+    std::set<std::int64_t> seen;
+    for (std::uint64_t tick = 1; tick <= 20; ++tick) {
+        Advance(1s);
+        EXPECT_EQ(Sum(21010), drops(tick, 2201)) << tick;
+        EXPECT_EQ(Sum(21202), drops(tick, 2210)) << tick;
+        seen.insert(Sum(21010));
+    }
+    EXPECT_EQ(*seen.begin(), 0);
+    EXPECT_GT(seen.size(), 8U);
+}
+
+TEST_F(HostHealthTest, SetsAreFilteredById)
+{
+    Advance(100ms);
+    const json all = Get("/health/sets/0").at("indicators");
+    const std::uint64_t highest = 0xFFFFFFFF;
+    for (const auto& range : std::initializer_list<std::pair<std::uint64_t, std::uint64_t>>{
+             {0, highest}, {2052, 2052}, {2053, 21299}, {21300, 21301}, {21301, 21300}, {highest, highest}, {0, 0}}) {
+        json expected = json::array();
+        std::copy_if(all.begin(), all.end(), std::back_inserter(expected), [&range](const json& indicator) {
+            return indicator.at("id") >= range.first && indicator.at("id") <= range.second;
+        });
+        EXPECT_EQ(Get("/health/sets/0", {{"firstId", range.first}, {"lastId", range.second}}).at("indicators"),
+                  expected)
+            << range.first;
+    }
+    EXPECT_EQ(Get("/health/sets/0", {{"lastId", 4294967295.0}, {"other", "x"}}).at("indicators"), all);
+    for (const json& bad : {json(-1), json(1.5), json("x"), json(true), json(4294967296), json(1e300)}) {
+        for (const char* name : {"firstId", "lastId"}) {
+            EXPECT_THAT(
+                [&] {
+                    Get("/health/sets/0", {{name, bad}});
+                },
+                Refuses(Nucleo::ERROR_PARAMETER, std::string(name) + " must be "));
+        }
+    }
+}
+
+TEST_F(HostHealthTest, WhatIsNotThereOrNotPossibleIsRefused)
+{
+    for (const char* path : {"/health/sets/1", "/health/sets/-1", "/health/sets/x", "/health/sets/4294967296",
+                             "/health/nodes/99", "/health/nodes/103", "/health/nodes/x", "/health/nodes/4294967397"}) {
+        EXPECT_THAT([&] { Get(path); }, Refuses(Nucleo::ERROR_NOT_FOUND)) << path;
+    }
+    const struct
+    {
+        const char* path;
+        json document;
+        Nucleo::Status status;
+        const char* text;
+    } changes[] = {{"/health/nodes/100", {{"reporting", false}}, Nucleo::ERROR_STATE, "Node 100 is the local one"},
+                   {"/health/nodes/103", {{"reporting", false}}, Nucleo::ERROR_NOT_FOUND, "There is no node"},
+                   {"/health/nodes/101", {{"reporting", 0}}, Nucleo::ERROR_PARAMETER, "reporting must be"},
+                   {"/health/nodes/101", {{"reporting", false}, {"age", 1}}, Nucleo::ERROR_PARAMETER, "read-only"},
+                   {"/health/nodes", {{"reporting", false}}, Nucleo::ERROR_UNSUPPORTED, ""}};
+    for (const auto& change : changes) {
+        EXPECT_THAT([&] { Patch(change.path, change.document); }, Refuses(change.status, change.text)) << change.path;
+    }
+    EXPECT_TRUE(health.Reporter().IsReporting(101));
+    EXPECT_THROW(health.Reporter().SetReporting(103, false), Vx::Exception);
+}
+
+TEST(NoticeLimiterTest, TellsOnceASecondAndNeverLosesTheLastChange)
+{
+    VxTestSupport::ScopedManualTime time;
+    VxRest::ResourceBase resource;
+    int notices = 0;
+    const auto subscription =
+        resource.NotificationEvent().Subscribe([&](VxRest::EventType, const std::string&) { ++notices; });
+    VxHost::NoticeLimiter limiter(resource, "/x");
+    const struct
+    {
+        std::chrono::milliseconds after;
+        int raised;  // Before the time goes by.
+        int noticed;
+    } steps[] = {{999ms, 3, 1}, {1ms, 0, 2}, {999ms, 0, 2}, {1ms, 1, 3}, {5s, 0, 3}, {0ms, 1, 4}, {1s, 1, 5}};
+    for (const auto& [after, raised, noticed] : steps) {
+        for (int i = 0; i < raised; ++i) {
+            limiter.Raise();
+        }
+        time.Advance(after);
+        EXPECT_EQ(notices, noticed);
+    }
+    EXPECT_EQ(time.Pending(), 0U);
+}
+
+}  // namespace
+}  // namespace VxHostTest
