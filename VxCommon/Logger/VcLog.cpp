@@ -26,7 +26,7 @@ Status VcLog_OnFull(void* receiver)
     if (log.entries.Count() == 0) {
         return 0;
     }
-    return Nucleo::Destroy(log.entries.TakeFirst()) == OK ? 1 : 0;
+    return VxCommon::Internal::VcLogMsg_Drop(*log.entries.TakeFirst(), log.msgHeap) == OK ? 1 : 0;
 }
 
 Status InitMsgAllocator(VcLog& log, std::uint64_t capacity, Allocator& allocator)
@@ -45,7 +45,7 @@ Status InitMsgAllocator(VcLog& log, std::uint64_t capacity, Allocator& allocator
 Status Init(VcLog& log, std::uint64_t capacity, Allocator& allocator)
 {
     // What the smallest message takes: its object and a text of nothing but the NUL.
-    constexpr std::size_t smallest = HeapAllocator::BlockSize(sizeof(VcLogMsg)) + HeapAllocator::BlockSize(1);
+    constexpr std::size_t smallest = HeapAllocator::BlockSize(sizeof(VcLogMsg) + 1);
     if (capacity < 2 * smallest || capacity > HeapAllocator::LargestRegion) {
         return ERROR_PARAMETER;
     }
@@ -112,22 +112,12 @@ void OnChanged(VcLog& log, std::uint32_t cleared)
     log.notifying = 0;
 }
 
-// `init` fills the new message.
-template <class Init>
-Status InsertWith(VcLog& log, Init init)
+Status Append(VcLog& log, VcLogMsg* msg)
 {
-    Nucleo::Handle<VcLogMsg> msg;
-    Status status = Nucleo::Construct(msg.Receive(), &log.msgHeap);
-    if (status == OK) {
-        status = init(*msg);
-    }
-    if (status == OK) {
-        status = log.entries.Append(msg.Get());
-    }
-    if (status != OK) {
+    if (const Status status = log.entries.Append(msg); status != OK) {
+        static_cast<void>(Nucleo::Destroy(msg));
         return status;
     }
-    static_cast<void>(msg.Detach());
     ++log.nextId;
     UpdateIndicators(log);
     OnChanged(log, 0);
@@ -181,8 +171,10 @@ namespace VxCommon::Internal
 Status VcLog_InsertAt(VcLog& log, std::uint32_t sourceId, std::uint64_t timestamp, std::uint64_t dateTime,
                       VcLogMsgType type, std::string_view text)
 {
-    return InsertWith(
-        log, [&](VcLogMsg& msg) { return VcLogMsg_Init(msg, sourceId, log.nextId, timestamp, dateTime, type, text); });
+    VcLogMsg* msg = nullptr;
+    const Status status =
+        VcLogMsg_MakeOneBlock(&msg, sourceId, log.nextId, timestamp, dateTime, type, text, log.msgHeap);
+    return status == OK ? Append(log, msg) : status;
 }
 
 }  // namespace VxCommon::Internal
@@ -230,9 +222,10 @@ Status VcLog_Insert(VcLog* log, std::uint32_t sourceId, std::uint64_t timestamp,
 
 Status VcLog_InsertLogArgs(VcLog* log, std::uint32_t sourceId, const Nucleo::LogArgs* logArgs)
 {
-    return InsertWith(*log, [&](VcLogMsg& msg) {
-        return VxCommon::Internal::VcLogMsg_InitLogArgs(msg, sourceId, log->nextId, *logArgs);
-    });
+    VcLogMsg* msg = nullptr;
+    const Status status =
+        VxCommon::Internal::VcLogMsg_MakeOneBlock(&msg, sourceId, log->nextId, *logArgs, log->msgHeap);
+    return status == OK ? Append(*log, msg) : status;
 }
 
 Status VcLog_AddArgument(VcLog* log, const char* text, const Nucleo::Type* argType)

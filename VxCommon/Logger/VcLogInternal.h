@@ -9,11 +9,15 @@
 namespace VxCommon::Internal
 {
 
-/// Fills a new message. The text is taken by its length; it holds no NUL. On failure the message is released as it is.
-Nucleo::Status VcLogMsg_Init(VcLogMsg& msg, std::uint32_t sourceId, std::uint32_t id, std::uint64_t timestamp,
-                             std::uint64_t dateTime, VcLogMsgType type, std::string_view text);
-Nucleo::Status VcLogMsg_InitLogArgs(VcLogMsg& msg, std::uint32_t sourceId, std::uint32_t id,
-                                    const Nucleo::LogArgs& logArgs);
+/// A message in one block of `heap`, its texts behind it. The text is taken by its length; it holds no NUL.
+Nucleo::Status VcLogMsg_MakeOneBlock(VcLogMsg** msg, std::uint32_t sourceId, std::uint32_t id, std::uint64_t timestamp,
+                                     std::uint64_t dateTime, VcLogMsgType type, std::string_view text,
+                                     Nucleo::HeapAllocator& heap);
+Nucleo::Status VcLogMsg_MakeOneBlock(VcLogMsg** msg, std::uint32_t sourceId, std::uint32_t id,
+                                     const Nucleo::LogArgs& logArgs, Nucleo::HeapAllocator& heap);
+
+/// Nucleo::Destroy of a message of a ring with the heap `heap`.
+Nucleo::Status VcLogMsg_Drop(VcLogMsg& msg, Nucleo::HeapAllocator& heap);
 
 /// A new argument that belongs to no message yet; null on failure.
 Nucleo::Status VcLogMsgArg_Make(VcLogMsgArg** arg, const char* text, const Nucleo::Type* type,

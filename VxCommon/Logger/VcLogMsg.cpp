@@ -13,18 +13,29 @@ using Nucleo::Status;
 namespace
 {
 
+constexpr std::size_t longestText = std::numeric_limits<std::uint32_t>::max() - std::size_t{1};
+
+// Copies a text, with a NUL, to `*room` and moves that behind it.
+char* PutText(std::string_view text, char** room)
+{
+    char* copy = *room;
+    std::memcpy(copy, text.data(), text.size());
+    copy[text.size()] = '\0';
+    *room = copy + text.size() + 1;
+    return copy;
+}
+
 Status CopyText(Allocator& allocator, std::string_view text, char** copy)
 {
-    if (text.size() >= std::numeric_limits<std::uint32_t>::max()) {
+    if (text.size() > longestText) {
         return ERROR_LIMIT;
     }
     void* memory = nullptr;
     if (const Status status = allocator.Allocate(text.size() + 1, &memory); status != OK) {
         return status;
     }
-    *copy = static_cast<char*>(memory);
-    std::memcpy(*copy, text.data(), text.size());
-    (*copy)[text.size()] = '\0';
+    auto* room = static_cast<char*>(memory);
+    *copy = PutText(text, &room);
     return OK;
 }
 
@@ -45,16 +56,34 @@ VcLogMsgType TypeOf(std::uint64_t options)
     }
 }
 
-template <class Init>
-Status Make(VcLogMsg** msg, Allocator* allocator, Init init)
+// All but the texts, whose length is told.
+void SetFields(VcLogMsg& msg, std::uint32_t sourceId, std::uint32_t id, std::uint64_t timestamp, std::uint64_t dateTime,
+               VcLogMsgType type, std::size_t length)
 {
-    Nucleo::Handle<VcLogMsg> made;
-    Status status = Nucleo::Construct(made.Receive(), allocator);
-    if (status == OK) {
-        status = init(*made);
-    }
-    *msg = status == OK ? made.Detach() : nullptr;
-    return status;
+    msg.timestamp = timestamp;
+    msg.sourceId = sourceId;
+    msg.id = id;
+    msg.length = static_cast<std::uint32_t>(length);
+    msg.type = type;
+    msg.dateTime = dateTime;
+}
+
+void SetFields(VcLogMsg& msg, std::uint32_t sourceId, std::uint32_t id, const Nucleo::LogArgs& logArgs)
+{
+    SetFields(msg, sourceId, id, logArgs.upTime, logArgs.dateTime, TypeOf(logArgs.options),
+              ViewOf(logArgs.message).size());
+    msg.options = logArgs.options;
+}
+
+char* Behind(VcLogMsg& msg)
+{
+    return reinterpret_cast<char*>(&msg + 1);
+}
+
+// A message of one block has no text elsewhere; its text is the first behind it.
+bool IsOneBlock(VcLogMsg& msg)
+{
+    return msg.text == Behind(msg);
 }
 
 Status VcLogMsg_VRelease(Nucleo::Object* object)
@@ -68,6 +97,9 @@ Status VcLogMsg_VRelease(Nucleo::Object* object)
             return status;
         }
     }
+    if (IsOneBlock(msg)) {
+        return OK;
+    }
     if (const Status status = allocator.Free(msg.text); status != OK) {
         return status;
     }
@@ -80,35 +112,52 @@ Status VcLogMsg_VRelease(Nucleo::Object* object)
 namespace VxCommon::Internal
 {
 
-Status VcLogMsg_Init(VcLogMsg& msg, std::uint32_t sourceId, std::uint32_t id, std::uint64_t timestamp,
-                     std::uint64_t dateTime, VcLogMsgType type, std::string_view text)
+Status VcLogMsg_MakeOneBlock(VcLogMsg** msg, std::uint32_t sourceId, std::uint32_t id, std::uint64_t timestamp,
+                             std::uint64_t dateTime, VcLogMsgType type, std::string_view text,
+                             Nucleo::HeapAllocator& heap)
 {
-    msg.sourceId = sourceId;
-    msg.id = id;
-    msg.timestamp = timestamp;
-    msg.type = type;
-    msg.dateTime = dateTime;
-    msg.length = static_cast<std::uint32_t>(text.size());
-    return CopyText(msg.ObjectAllocator(), text, &msg.text);
+    *msg = nullptr;
+    if (text.size() > longestText) {
+        return ERROR_LIMIT;
+    }
+    const Status status = Nucleo::ConstructWithRoom(msg, heap, text.size() + 1);
+    if (status == OK) {
+        SetFields(**msg, sourceId, id, timestamp, dateTime, type, text.size());
+        char* room = Behind(**msg);
+        (*msg)->text = PutText(text, &room);
+    }
+    return status;
 }
 
-Status VcLogMsg_InitLogArgs(VcLogMsg& msg, std::uint32_t sourceId, std::uint32_t id, const Nucleo::LogArgs& logArgs)
+Status VcLogMsg_MakeOneBlock(VcLogMsg** msg, std::uint32_t sourceId, std::uint32_t id, const Nucleo::LogArgs& logArgs,
+                             Nucleo::HeapAllocator& heap)
 {
+    *msg = nullptr;
     const std::string_view text = ViewOf(logArgs.message);
-    msg.sourceId = sourceId;
-    msg.id = id;
-    msg.timestamp = logArgs.upTime;
-    msg.dateTime = logArgs.dateTime;
-    msg.options = logArgs.options;
-    msg.length = static_cast<std::uint32_t>(text.size());
-    msg.type = TypeOf(logArgs.options);
-    Allocator& allocator = msg.ObjectAllocator();
-    if (logArgs.source != nullptr) {
-        if (const Status status = CopyText(allocator, logArgs.source, &msg.sourceName); status != OK) {
-            return status;
+    const std::string_view source = ViewOf(logArgs.source);
+    if (text.size() > longestText || source.size() > longestText) {
+        return ERROR_LIMIT;
+    }
+    const Status status = Nucleo::ConstructWithRoom(msg, heap, text.size() + source.size() + 2);
+    if (status == OK) {
+        SetFields(**msg, sourceId, id, logArgs);
+        char* room = Behind(**msg);
+        (*msg)->text = PutText(text, &room);
+        if (logArgs.source != nullptr) {
+            (*msg)->sourceName = PutText(source, &room);
         }
     }
-    return CopyText(allocator, text, &msg.text);
+    return status;
+}
+
+Status VcLogMsg_Drop(VcLogMsg& msg, Nucleo::HeapAllocator& heap)
+{
+    // What a release would do for most messages, without its calls through tables.
+    if (msg.firstArg == nullptr && IsOneBlock(msg) && msg.IsUnique()) {
+        msg.~VcLogMsg();
+        return heap.Free(&msg);
+    }
+    return Nucleo::Destroy(&msg);
 }
 
 Status VcLogMsgArg_Make(VcLogMsgArg** arg, const char* text, const Nucleo::Type* type, Allocator& allocator)
@@ -150,17 +199,33 @@ const Nucleo::Type& VcLogMsg::StaticType() noexcept
 Status VcLogMsg_Construct(VcLogMsg** msg, std::uint32_t sourceId, std::uint32_t id, std::uint64_t timestamp,
                           VcLogMsgType type, const char* text, Allocator* allocator)
 {
-    return Make(msg, allocator, [&](VcLogMsg& made) {
-        return VxCommon::Internal::VcLogMsg_Init(made, sourceId, id, timestamp, Nucleo::DateTime_Now(), type,
-                                                 ViewOf(text));
-    });
+    const std::string_view view = ViewOf(text);
+    Nucleo::Handle<VcLogMsg> made;
+    Status status = Nucleo::Construct(made.Receive(), allocator);
+    if (status == OK) {
+        SetFields(*made, sourceId, id, timestamp, Nucleo::DateTime_Now(), type, view.size());
+        status = CopyText(made->ObjectAllocator(), view, &made->text);
+    }
+    *msg = status == OK ? made.Detach() : nullptr;
+    return status;
 }
 
 Status VcLogMsg_ConstructLogArgs(VcLogMsg** msg, std::uint32_t sourceId, std::uint32_t id,
                                  const Nucleo::LogArgs* logArgs, Allocator* allocator)
 {
-    return Make(msg, allocator,
-                [&](VcLogMsg& made) { return VxCommon::Internal::VcLogMsg_InitLogArgs(made, sourceId, id, *logArgs); });
+    Nucleo::Handle<VcLogMsg> made;
+    Status status = Nucleo::Construct(made.Receive(), allocator);
+    if (status == OK) {
+        SetFields(*made, sourceId, id, *logArgs);
+        if (logArgs->source != nullptr) {
+            status = CopyText(made->ObjectAllocator(), logArgs->source, &made->sourceName);
+        }
+    }
+    if (status == OK) {
+        status = CopyText(made->ObjectAllocator(), ViewOf(logArgs->message), &made->text);
+    }
+    *msg = status == OK ? made.Detach() : nullptr;
+    return status;
 }
 
 Status VcLogMsg_AddArgument(VcLogMsg* msg, const char* text, const Nucleo::Type* argType)

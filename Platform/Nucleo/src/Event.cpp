@@ -62,11 +62,8 @@ Status Event::Remove(EventHandlerFx handler, void* receiver)
     return ERROR_NOT_FOUND;
 }
 
-void Event::Raise(void* sender, void* args)
+void Event::RaiseAll(void* sender, void* args)
 {
-    if (first_ == nullptr) {
-        return;
-    }
     // What is added from now on comes behind this one, which stays linked until the outermost raise is over.
     const Entry* last = first_;
     while (last->next != nullptr) {

@@ -1,78 +1,13 @@
-#include <bit>
 #include <utility>
 
 #include <Nucleo/HeapAllocator.h>
 
-#if defined(__SANITIZE_ADDRESS__)
-#define NUCLEO_ASAN
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define NUCLEO_ASAN
-#endif
-#endif
-#ifdef NUCLEO_ASAN
-#include <sanitizer/asan_interface.h>
-#endif
-
 namespace Nucleo
 {
-namespace
-{
 
-constexpr std::uint32_t usedBit = 1;
-
-// The address sanitizer sees the whole region as one piece of memory. These tell it which bytes of it nobody may touch,
-// so that the use of a freed block and writing past the end of one are found.
-#ifdef NUCLEO_ASAN
-void Forbid(const void* memory, std::size_t size) noexcept
+HeapAllocator::~HeapAllocator()
 {
-    __asan_poison_memory_region(memory, size);
-}
-void Permit(const void* memory, std::size_t size) noexcept
-{
-    __asan_unpoison_memory_region(memory, size);
-}
-bool IsForbidden(const void* memory) noexcept
-{
-    return __asan_address_is_poisoned(memory) != 0;
-}
-#else
-constexpr void Forbid(const void*, std::size_t) noexcept {}
-constexpr void Permit(const void*, std::size_t) noexcept {}
-constexpr bool IsForbidden(const void*) noexcept
-{
-    return false;
-}
-#endif
-
-}  // namespace
-
-// Sizes are in bytes and multiples of 16, which leaves the low bit of `size` for the mark of a block in use. The memory
-// that a block offers begins behind the header, where a free block has its links; so the smallest block is 16 bytes
-// long, every remainder is large enough to be a block, and a block takes exactly BlockSize().
-struct HeapAllocator::Block
-{
-    std::uint32_t size;
-    std::uint32_t previousSize;  // Of the block in front; 0 in the first one.
-    // Only in a free block: its neighbours in its list; NoBlock at the ends.
-    std::uint32_t next;
-    std::uint32_t previous;
-
-    void* Memory() noexcept { return &next; }
-    bool IsFree() const noexcept { return (size & usedBit) == 0; }
-};
-
-inline HeapAllocator::Block& HeapAllocator::At(std::uint32_t offset) const noexcept
-{
-    return *reinterpret_cast<Block*>(base_ + offset);
-}
-
-// The list for blocks of `size` bytes: one for each size up to 512, then one for each power of two.
-inline std::uint32_t HeapAllocator::ListOf(std::uint32_t size) noexcept
-{
-    constexpr std::uint32_t exactLists = 32;
-    const auto units = static_cast<std::uint32_t>(size / Alignment);
-    return units <= exactLists ? units - 1 : exactLists + static_cast<std::uint32_t>(std::bit_width(units)) - 6;
+    RemoveRegion();
 }
 
 inline void HeapAllocator::Link(std::uint32_t offset) noexcept
@@ -184,19 +119,14 @@ void HeapAllocator::Clear() noexcept
     current_ = 0;
     At(0).size = end_;
     At(0).previousSize = 0;
-    At(end_).size = usedBit;
+    At(end_).size = UsedBit;
     At(end_).previousSize = end_;
 }
 
-// Null when no free block is large enough. Takes the front of a block, so that blocks which are freed in the order in
-// which they were taken join the free block in front of them.
-inline void* HeapAllocator::Take(std::size_t size) noexcept
+// Takes a whole block or the front of one from the lists, or the whole current one. Null when none is large enough.
+void* HeapAllocator::TakeListed(std::uint32_t taken, std::size_t size) noexcept
 {
-    if (size >= end_) {
-        return nullptr;  // Also without a region.
-    }
-    const auto taken = static_cast<std::uint32_t>(BlockSize(size));
-    const std::uint32_t offset = At(current_).size >= taken ? current_ : Find(taken);
+    const std::uint32_t offset = At(current_).size == taken ? current_ : Find(taken);
     if (offset == end_) {
         return nullptr;
     }
@@ -211,31 +141,14 @@ inline void* HeapAllocator::Take(std::size_t size) noexcept
         At(offset + taken + rest).previousSize = rest;
         Keep(offset + taken);
     }
-    block.size = taken | usedBit;
-    used_ += taken;
-    Forbid(block.Memory(), taken - HeaderSize);
-    Permit(block.Memory(), size);
-    return block.Memory();
+    return Use(block, taken, size);
 }
 
-Status HeapAllocator::Allocate(std::size_t size, void** memory)
-{
-    *memory = Take(size);
-    while (*memory == nullptr) {
-        if (exhausted_ == nullptr || exhausted_(receiver_) != 1) {
-            return ERROR_MEMORY;
-        }
-        *memory = Take(size);
-    }
-    return OK;
-}
-
-Status HeapAllocator::Free(void* memory)
+Status HeapAllocator::FreeAnywhere(void* memory) noexcept
 {
     if (memory == nullptr) {
         return OK;
     }
-    // An address in front of the region wraps around and is found too large.
     const std::uintptr_t distance =
         reinterpret_cast<std::uintptr_t>(memory) - reinterpret_cast<std::uintptr_t>(base_) - HeaderSize;
     if (distance >= end_ || distance % Alignment != 0) {
@@ -246,7 +159,7 @@ Status HeapAllocator::Free(void* memory)
     if (IsForbidden(&block) || block.IsFree()) {
         return ERROR_PARAMETER;
     }
-    std::uint32_t size = block.size - usedBit;
+    std::uint32_t size = block.size - UsedBit;
     // What lies inside a block is no header: the block behind it hardly ever agrees about the size.
     if (size == 0 || size % Alignment != 0 || size > end_ - offset || At(offset + size).previousSize != size) {
         return ERROR_PARAMETER;

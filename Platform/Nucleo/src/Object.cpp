@@ -12,7 +12,7 @@ const Type& Object::StaticType() noexcept
 Status Object::Release() noexcept
 {
     // The owner of the only reference has nobody to race with, and saves the price of an atomic change.
-    if (references_.load(std::memory_order_acquire) != 1 && references_.fetch_sub(1, std::memory_order_acq_rel) != 1) {
+    if (!IsUnique() && references_.fetch_sub(1, std::memory_order_acq_rel) != 1) {
         return OK;
     }
     for (const Type* type = type_; type != nullptr; type = type->base) {

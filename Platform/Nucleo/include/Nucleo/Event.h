@@ -30,13 +30,19 @@ public:
     Status Remove(EventHandlerFx handler, void* receiver);
 
     /// Calls every handler; what they answer is not looked at. Takes no memory. May be called from inside a handler.
-    void Raise(void* sender, void* args);
+    void Raise(void* sender, void* args)
+    {
+        if (first_ != nullptr) {
+            RaiseAll(sender, args);
+        }
+    }
 
     /// Handlers that the next raise calls.
     std::size_t Count() const noexcept;
 
 private:
     struct Entry;
+    void RaiseAll(void* sender, void* args);
     void FreeRemoved() noexcept;
 
     Allocator& allocator_;

@@ -4,14 +4,16 @@
 // Blocks are cut off one large free block; when it is too small for a request, a free block of about the right size is
 // found through lists by size. Boundary tags let neighbours merge when they are freed. When blocks are freed in the
 // order in which they were taken, the large free block follows them around the region and no list is touched; in any
-// order an allocation of up to 500 bytes and every free take constant time. Not locked: its owner lets one thread in at
-// a time.
+// order an allocation of up to 500 bytes and every free take constant time. That first order is inline, so that whoever
+// uses a HeapAllocator by its own type pays for no call. Not locked: its owner lets one thread in at a time.
 
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 
 #include <Nucleo/Allocator.h>
+#include <Nucleo/MemoryMarks.h>
 
 namespace Nucleo
 {
@@ -34,7 +36,7 @@ public:
     }
 
     HeapAllocator() = default;
-    ~HeapAllocator() override { RemoveRegion(); }
+    ~HeapAllocator() override;
     HeapAllocator(const HeapAllocator&) = delete;
     HeapAllocator& operator=(const HeapAllocator&) = delete;
 
@@ -64,16 +66,43 @@ public:
     std::size_t Used() const noexcept { return used_; }
 
 private:
-    struct Block;
+    static constexpr std::uint32_t UsedBit = 1;
 
-    Block& At(std::uint32_t offset) const noexcept;
+    // Sizes are in bytes and multiples of 16, which leaves the low bit of `size` for the mark of a block in use. The
+    // memory that a block offers begins behind the header, where a free block has its links; so the smallest block is
+    // 16 bytes long, every remainder is large enough to be a block, and a block takes exactly BlockSize().
+    struct Block
+    {
+        std::uint32_t size;
+        std::uint32_t previousSize;  // Of the block in front; 0 in the first one.
+        // Only in a free block: its neighbours in its list; NoBlock at the ends.
+        std::uint32_t next;
+        std::uint32_t previous;
+
+        void* Memory() noexcept { return &next; }
+        bool IsFree() const noexcept { return (size & UsedBit) == 0; }
+    };
+
+    Block& At(std::uint32_t offset) const noexcept { return *reinterpret_cast<Block*>(base_ + offset); }
+
+    // The list for blocks of `size` bytes: one for each size up to 512, then one for each power of two.
+    static std::uint32_t ListOf(std::uint32_t size) noexcept
+    {
+        constexpr std::uint32_t exactLists = 32;
+        const auto units = static_cast<std::uint32_t>(size / Alignment);
+        return units <= exactLists ? units - 1 : exactLists + static_cast<std::uint32_t>(std::bit_width(units)) - 6;
+    }
+
     void* Take(std::size_t size) noexcept;
+    void* CutCurrent(std::uint32_t taken, std::size_t size) noexcept;
+    void* TakeListed(std::uint32_t taken, std::size_t size) noexcept;
+    void* Use(Block& block, std::uint32_t taken, std::size_t size) noexcept;
+    Status FreeAnywhere(void* memory) noexcept;
     std::uint32_t Find(std::uint32_t size) const noexcept;
     void Keep(std::uint32_t offset) noexcept;
     void Detach(std::uint32_t offset) noexcept;
     void Link(std::uint32_t offset) noexcept;
     void Unlink(std::uint32_t offset) noexcept;
-    static std::uint32_t ListOf(std::uint32_t size) noexcept;
 
     static constexpr std::uint32_t NoBlock = UINT32_MAX;
 
@@ -87,5 +116,78 @@ private:
     HeapExhaustedFx exhausted_ = nullptr;
     void* receiver_ = nullptr;
 };
+
+// Marks `taken` bytes from `block` on as a block in use, for a request of `size`.
+inline void* HeapAllocator::Use(Block& block, std::uint32_t taken, std::size_t size) noexcept
+{
+    block.size = taken | UsedBit;
+    used_ += taken;
+    Forbid(block.Memory(), taken - HeaderSize);
+    Permit(block.Memory(), size);
+    return block.Memory();
+}
+
+// Cuts `taken` bytes, for a request of `size`, off the front of the current block, which is larger: so blocks that are
+// freed in the order in which they were taken join the free block in front of them.
+inline void* HeapAllocator::CutCurrent(std::uint32_t taken, std::size_t size) noexcept
+{
+    Block& block = At(current_);
+    const std::uint32_t rest = block.size - taken;
+    At(current_ + block.size).previousSize = rest;
+    current_ += taken;
+    Block& remainder = At(current_);
+    Permit(&remainder, sizeof(Block));
+    remainder.size = rest;
+    remainder.previousSize = taken;
+    return Use(block, taken, size);
+}
+
+// Null when no free block is large enough.
+inline void* HeapAllocator::Take(std::size_t size) noexcept
+{
+    if (size >= end_) {
+        return nullptr;  // Also without a region.
+    }
+    const auto taken = static_cast<std::uint32_t>(BlockSize(size));
+    const std::uint32_t currentSize = At(current_).size;
+    if (currentSize > taken) {
+        return CutCurrent(taken, size);
+    }
+    const bool mayFit = currentSize == taken || filled_ >> ListOf(taken) != 0;
+    return mayFit ? TakeListed(taken, size) : nullptr;
+}
+
+inline Status HeapAllocator::Allocate(std::size_t size, void** memory)
+{
+    while ((*memory = Take(size)) == nullptr) {
+        if (exhausted_ == nullptr || exhausted_(receiver_) != 1) {
+            return ERROR_MEMORY;
+        }
+    }
+    return OK;
+}
+
+inline Status HeapAllocator::Free(void* memory)
+{
+    const std::uintptr_t distance =
+        reinterpret_cast<std::uintptr_t>(memory) - reinterpret_cast<std::uintptr_t>(base_) - HeaderSize;
+    // An address in front of the region wraps around and is found too large. What follows the current block is a block
+    // in use or the sentinel, since free neighbours are one.
+    if (distance >= end_ || distance != current_ + At(current_).size) {
+        return FreeAnywhere(memory);
+    }
+    Block& current = At(current_);
+    Block& block = At(static_cast<std::uint32_t>(distance));
+    const std::uint32_t size = block.size - UsedBit;
+    Block& next = At(static_cast<std::uint32_t>(distance) + size);
+    if (next.IsFree()) {
+        return FreeAnywhere(memory);
+    }
+    used_ -= size;
+    current.size += size;
+    next.previousSize = current.size;
+    Forbid(&block, size);
+    return OK;
+}
 
 }  // namespace Nucleo

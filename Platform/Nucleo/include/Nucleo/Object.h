@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <exception>
 #include <new>
+#include <type_traits>
 #include <utility>
 
 #include <Nucleo/Allocator.h>
@@ -38,6 +39,9 @@ public:
     Allocator& ObjectAllocator() const noexcept { return *allocator_; }
     std::int32_t References() const noexcept { return references_.load(std::memory_order_relaxed); }
 
+    /// Whether the caller's reference is the only one; what other owners did is then complete.
+    bool IsUnique() const noexcept { return references_.load(std::memory_order_acquire) == 1; }
+
     /// Adds a reference.
     void Share() noexcept { references_.fetch_add(1, std::memory_order_relaxed); }
 
@@ -54,6 +58,8 @@ protected:
 private:
     template <class T, class... Args>
     friend Status Construct(T** object, Allocator* allocator, Args&&... args) noexcept;
+    template <class T, class Source>
+    friend Status ConstructWithRoom(T** object, Source& source, std::size_t room) noexcept;
 
     const Type* type_ = nullptr;
     Allocator* allocator_ = nullptr;
@@ -90,6 +96,29 @@ Status Construct(T** object, Allocator* allocator, Args&&... args) noexcept
         source.Free(memory);
         return ERROR_STATE;
     }
+}
+
+/// Construct() for a T that is made from nothing and cannot throw, with `room` bytes more behind the object, in the
+/// same block of memory, for the object's own use. With a final class of allocators as Source its functions are called
+/// without a look at its table.
+template <class T, class Source>
+Status ConstructWithRoom(T** object, Source& source, std::size_t room) noexcept
+{
+    static_assert(std::is_nothrow_default_constructible_v<T>);
+    *object = nullptr;
+    if (!source.Traits().holdsObjects) {
+        return ERROR_PARAMETER;
+    }
+    void* memory = nullptr;
+    if (const Status status = source.Allocate(sizeof(T) + room, &memory); status != OK) {
+        return status;
+    }
+    T* made = ::new (memory) T;
+    Object& root = *made;
+    root.type_ = &T::StaticType();
+    root.allocator_ = &source;
+    *object = made;
+    return OK;
 }
 
 /// Releases an object; null is fine and answers OK.
