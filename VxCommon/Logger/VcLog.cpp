@@ -112,18 +112,6 @@ void OnChanged(VcLog& log, std::uint32_t cleared)
     log.notifying = 0;
 }
 
-Status Append(VcLog& log, VcLogMsg* msg)
-{
-    if (const Status status = log.entries.Append(msg); status != OK) {
-        static_cast<void>(Nucleo::Destroy(msg));
-        return status;
-    }
-    ++log.nextId;
-    UpdateIndicators(log);
-    OnChanged(log, 0);
-    return OK;
-}
-
 // The display line with its end, in a buffer of lineCapacity bytes and room for the end.
 struct Line
 {
@@ -168,13 +156,21 @@ Status RenderEntry(const VcLogMsg& msg, Nucleo::Stream& stream)
 namespace VxCommon::Internal
 {
 
-Status VcLog_InsertAt(VcLog& log, std::uint32_t sourceId, std::uint64_t timestamp, std::uint64_t dateTime,
-                      VcLogMsgType type, std::string_view text)
+Status VcLog_InsertContent(VcLog& log, const VcLogMsgContent& content)
 {
     VcLogMsg* msg = nullptr;
-    const Status status =
-        VcLogMsg_MakeOneBlock(&msg, sourceId, log.nextId, timestamp, dateTime, type, text, log.msgHeap);
-    return status == OK ? Append(log, msg) : status;
+    Status status = VcLogMsg_MakeOneBlock(&msg, log.nextId, content, log.msgHeap);
+    if (status == OK) {
+        status = log.entries.Append(msg);
+    }
+    if (status != OK) {
+        static_cast<void>(Nucleo::Destroy(msg));
+        return status;
+    }
+    ++log.nextId;
+    UpdateIndicators(log);
+    OnChanged(log, 0);
+    return OK;
 }
 
 }  // namespace VxCommon::Internal
@@ -216,16 +212,13 @@ Status VcLog_InitHealthProbe(VcLog* log, std::uint32_t instance, Allocator* allo
 
 Status VcLog_Insert(VcLog* log, std::uint32_t sourceId, std::uint64_t timestamp, VcLogMsgType type, const char* text)
 {
-    return VxCommon::Internal::VcLog_InsertAt(*log, sourceId, timestamp, Nucleo::DateTime_Now(), type,
-                                              text != nullptr ? text : "");
+    return VxCommon::Internal::VcLog_InsertContent(
+        *log, {sourceId, type, timestamp, Nucleo::DateTime_Now(), 0, text != nullptr ? text : ""});
 }
 
 Status VcLog_InsertLogArgs(VcLog* log, std::uint32_t sourceId, const Nucleo::LogArgs* logArgs)
 {
-    VcLogMsg* msg = nullptr;
-    const Status status =
-        VxCommon::Internal::VcLogMsg_MakeOneBlock(&msg, sourceId, log->nextId, *logArgs, log->msgHeap);
-    return status == OK ? Append(*log, msg) : status;
+    return VxCommon::Internal::VcLog_InsertContent(*log, VxCommon::Internal::VcLogMsg_ContentOf(sourceId, *logArgs));
 }
 
 Status VcLog_AddArgument(VcLog* log, const char* text, const Nucleo::Type* argType)

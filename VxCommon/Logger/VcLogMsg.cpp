@@ -9,19 +9,18 @@
 using namespace Nucleo::Statuses;
 using Nucleo::Allocator;
 using Nucleo::Status;
+using VxCommon::Internal::VcLogMsgContent;
 
 namespace
 {
 
 constexpr std::size_t longestText = std::numeric_limits<std::uint32_t>::max() - std::size_t{1};
 
-// Copies a text, with a NUL, to `*room` and moves that behind it.
-char* PutText(std::string_view text, char** room)
+// Copies a text, with a NUL.
+char* PutText(std::string_view text, char* copy)
 {
-    char* copy = *room;
     std::memcpy(copy, text.data(), text.size());
     copy[text.size()] = '\0';
-    *room = copy + text.size() + 1;
     return copy;
 }
 
@@ -34,8 +33,7 @@ Status CopyText(Allocator& allocator, std::string_view text, char** copy)
     if (const Status status = allocator.Allocate(text.size() + 1, &memory); status != OK) {
         return status;
     }
-    auto* room = static_cast<char*>(memory);
-    *copy = PutText(text, &room);
+    *copy = PutText(text, static_cast<char*>(memory));
     return OK;
 }
 
@@ -56,23 +54,33 @@ VcLogMsgType TypeOf(std::uint64_t options)
     }
 }
 
-// All but the texts, whose length is told.
-void SetFields(VcLogMsg& msg, std::uint32_t sourceId, std::uint32_t id, std::uint64_t timestamp, std::uint64_t dateTime,
-               VcLogMsgType type, std::size_t length)
+// All but the texts.
+void SetFields(VcLogMsg& msg, std::uint32_t id, const VcLogMsgContent& content)
 {
-    msg.timestamp = timestamp;
-    msg.sourceId = sourceId;
+    msg.timestamp = content.timestamp;
+    msg.sourceId = content.sourceId;
     msg.id = id;
-    msg.length = static_cast<std::uint32_t>(length);
-    msg.type = type;
-    msg.dateTime = dateTime;
+    msg.length = static_cast<std::uint32_t>(content.text.size());
+    msg.type = content.type;
+    msg.dateTime = content.dateTime;
+    msg.options = content.options;
 }
 
-void SetFields(VcLogMsg& msg, std::uint32_t sourceId, std::uint32_t id, const Nucleo::LogArgs& logArgs)
+Status Make(VcLogMsg** msg, std::uint32_t id, const VcLogMsgContent& content, Allocator* allocator)
 {
-    SetFields(msg, sourceId, id, logArgs.upTime, logArgs.dateTime, TypeOf(logArgs.options),
-              ViewOf(logArgs.message).size());
-    msg.options = logArgs.options;
+    Nucleo::Handle<VcLogMsg> made;
+    Status status = Nucleo::Construct(made.Receive(), allocator);
+    if (status == OK) {
+        SetFields(*made, id, content);
+        if (content.sourceName.data() != nullptr) {
+            status = CopyText(made->ObjectAllocator(), content.sourceName, &made->sourceName);
+        }
+    }
+    if (status == OK) {
+        status = CopyText(made->ObjectAllocator(), content.text, &made->text);
+    }
+    *msg = status == OK ? made.Detach() : nullptr;
+    return status;
 }
 
 char* Behind(VcLogMsg& msg)
@@ -112,39 +120,28 @@ Status VcLogMsg_VRelease(Nucleo::Object* object)
 namespace VxCommon::Internal
 {
 
-Status VcLogMsg_MakeOneBlock(VcLogMsg** msg, std::uint32_t sourceId, std::uint32_t id, std::uint64_t timestamp,
-                             std::uint64_t dateTime, VcLogMsgType type, std::string_view text,
-                             Nucleo::HeapAllocator& heap)
+VcLogMsgContent VcLogMsg_ContentOf(std::uint32_t sourceId, const Nucleo::LogArgs& logArgs)
 {
-    *msg = nullptr;
-    if (text.size() > longestText) {
-        return ERROR_LIMIT;
-    }
-    const Status status = Nucleo::ConstructWithRoom(msg, heap, text.size() + 1);
-    if (status == OK) {
-        SetFields(**msg, sourceId, id, timestamp, dateTime, type, text.size());
-        char* room = Behind(**msg);
-        (*msg)->text = PutText(text, &room);
-    }
-    return status;
+    return {sourceId,        TypeOf(logArgs.options), logArgs.upTime,        logArgs.dateTime,
+            logArgs.options, ViewOf(logArgs.message), ViewOf(logArgs.source)};
 }
 
-Status VcLogMsg_MakeOneBlock(VcLogMsg** msg, std::uint32_t sourceId, std::uint32_t id, const Nucleo::LogArgs& logArgs,
+Status VcLogMsg_MakeOneBlock(VcLogMsg** msg, std::uint32_t id, const VcLogMsgContent& content,
                              Nucleo::HeapAllocator& heap)
 {
     *msg = nullptr;
-    const std::string_view text = ViewOf(logArgs.message);
-    const std::string_view source = ViewOf(logArgs.source);
-    if (text.size() > longestText || source.size() > longestText) {
+    const bool hasSource = content.sourceName.data() != nullptr;
+    if (content.text.size() > longestText || content.sourceName.size() > longestText) {
         return ERROR_LIMIT;
     }
-    const Status status = Nucleo::ConstructWithRoom(msg, heap, text.size() + source.size() + 2);
+    const std::size_t room = content.text.size() + 1 + (hasSource ? content.sourceName.size() + 1 : 0);
+    const Status status = Nucleo::ConstructWithRoom(msg, heap, room);
     if (status == OK) {
-        SetFields(**msg, sourceId, id, logArgs);
-        char* room = Behind(**msg);
-        (*msg)->text = PutText(text, &room);
-        if (logArgs.source != nullptr) {
-            (*msg)->sourceName = PutText(source, &room);
+        VcLogMsg& made = **msg;
+        SetFields(made, id, content);
+        made.text = PutText(content.text, Behind(made));
+        if (hasSource) {
+            made.sourceName = PutText(content.sourceName, made.text + content.text.size() + 1);
         }
     }
     return status;
@@ -199,33 +196,14 @@ const Nucleo::Type& VcLogMsg::StaticType() noexcept
 Status VcLogMsg_Construct(VcLogMsg** msg, std::uint32_t sourceId, std::uint32_t id, std::uint64_t timestamp,
                           VcLogMsgType type, const char* text, Allocator* allocator)
 {
-    const std::string_view view = ViewOf(text);
-    Nucleo::Handle<VcLogMsg> made;
-    Status status = Nucleo::Construct(made.Receive(), allocator);
-    if (status == OK) {
-        SetFields(*made, sourceId, id, timestamp, Nucleo::DateTime_Now(), type, view.size());
-        status = CopyText(made->ObjectAllocator(), view, &made->text);
-    }
-    *msg = status == OK ? made.Detach() : nullptr;
-    return status;
+    const VcLogMsgContent content{sourceId, type, timestamp, Nucleo::DateTime_Now(), 0, ViewOf(text)};
+    return Make(msg, id, content, allocator);
 }
 
 Status VcLogMsg_ConstructLogArgs(VcLogMsg** msg, std::uint32_t sourceId, std::uint32_t id,
                                  const Nucleo::LogArgs* logArgs, Allocator* allocator)
 {
-    Nucleo::Handle<VcLogMsg> made;
-    Status status = Nucleo::Construct(made.Receive(), allocator);
-    if (status == OK) {
-        SetFields(*made, sourceId, id, *logArgs);
-        if (logArgs->source != nullptr) {
-            status = CopyText(made->ObjectAllocator(), logArgs->source, &made->sourceName);
-        }
-    }
-    if (status == OK) {
-        status = CopyText(made->ObjectAllocator(), ViewOf(logArgs->message), &made->text);
-    }
-    *msg = status == OK ? made.Detach() : nullptr;
-    return status;
+    return Make(msg, id, VxCommon::Internal::VcLogMsg_ContentOf(sourceId, *logArgs), allocator);
 }
 
 Status VcLogMsg_AddArgument(VcLogMsg* msg, const char* text, const Nucleo::Type* argType)

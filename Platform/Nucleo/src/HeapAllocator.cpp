@@ -45,6 +45,7 @@ inline void HeapAllocator::Keep(std::uint32_t offset) noexcept
 {
     if (At(current_).size < At(offset).size) {
         std::swap(current_, offset);
+        following_ = current_ + At(current_).size;
     }
     if (offset != end_) {
         Link(offset);
@@ -117,20 +118,21 @@ void HeapAllocator::Clear() noexcept
     Permit(base_, sizeof(Block));
     Forbid(base_ + sizeof(Block), end_ - sizeof(Block));
     current_ = 0;
+    following_ = end_;
     At(0).size = end_;
     At(0).previousSize = 0;
     At(end_).size = UsedBit;
     At(end_).previousSize = end_;
 }
 
-// Takes a whole block or the front of one from the lists, or the whole current one. Null when none is large enough.
+// Takes a block from the lists, or the front of one. Null when none is large enough.
 void* HeapAllocator::TakeListed(std::uint32_t taken, std::size_t size) noexcept
 {
-    const std::uint32_t offset = At(current_).size == taken ? current_ : Find(taken);
+    const std::uint32_t offset = Find(taken);
     if (offset == end_) {
         return nullptr;
     }
-    Detach(offset);
+    Unlink(offset);
     Block& block = At(offset);
     const std::uint32_t rest = block.size - taken;
     if (rest != 0) {

@@ -110,7 +110,10 @@ private:
     std::byte* base_ = nullptr;
     std::uint32_t end_ = 0;      // The sentinel's header.
     std::uint32_t current_ = 0;  // The free block that is cut first and is in no list; end_ when there is none.
-    std::uint64_t filled_ = 0;   // A bit for each list that is not empty.
+    // The block behind the current one, which is in use or the sentinel, since free neighbours are one. Where the
+    // current one was when there is none any more: then the blocks on both sides are in use until one is freed.
+    std::uint32_t following_ = 0;
+    std::uint64_t filled_ = 0;               // A bit for each list that is not empty.
     std::array<std::uint32_t, 55> lists_{};  // The first free block of each size class.
     std::size_t used_ = 0;
     HeapExhaustedFx exhausted_ = nullptr;
@@ -149,12 +152,15 @@ inline void* HeapAllocator::Take(std::size_t size) noexcept
         return nullptr;  // Also without a region.
     }
     const auto taken = static_cast<std::uint32_t>(BlockSize(size));
-    const std::uint32_t currentSize = At(current_).size;
-    if (currentSize > taken) {
+    Block& current = At(current_);
+    if (current.size > taken) {
         return CutCurrent(taken, size);
     }
-    const bool mayFit = currentSize == taken || filled_ >> ListOf(taken) != 0;
-    return mayFit ? TakeListed(taken, size) : nullptr;
+    if (current.size == taken) {
+        current_ = end_;
+        return Use(current, taken, size);
+    }
+    return filled_ >> ListOf(taken) != 0 ? TakeListed(taken, size) : nullptr;
 }
 
 inline Status HeapAllocator::Allocate(std::size_t size, void** memory)
@@ -169,24 +175,31 @@ inline Status HeapAllocator::Allocate(std::size_t size, void** memory)
 
 inline Status HeapAllocator::Free(void* memory)
 {
+    // An address in front of the region wraps around and is found too large.
     const std::uintptr_t distance =
         reinterpret_cast<std::uintptr_t>(memory) - reinterpret_cast<std::uintptr_t>(base_) - HeaderSize;
-    // An address in front of the region wraps around and is found too large. What follows the current block is a block
-    // in use or the sentinel, since free neighbours are one.
-    if (distance >= end_ || distance != current_ + At(current_).size) {
+    if (distance >= end_ || distance != following_) {
         return FreeAnywhere(memory);
     }
-    Block& current = At(current_);
-    Block& block = At(static_cast<std::uint32_t>(distance));
+    Block& block = At(following_);
     const std::uint32_t size = block.size - UsedBit;
-    Block& next = At(static_cast<std::uint32_t>(distance) + size);
+    Block& next = At(following_ + size);
     if (next.IsFree()) {
         return FreeAnywhere(memory);
     }
+    std::uint32_t joined = size;
+    if (current_ == end_) {
+        current_ = following_;
+        Permit(block.Memory(), sizeof(Block) - HeaderSize);
+        Forbid(&block + 1, size - sizeof(Block));
+    } else {
+        joined += At(current_).size;
+        Forbid(&block, size);
+    }
+    At(current_).size = joined;
+    next.previousSize = joined;
+    following_ += size;
     used_ -= size;
-    current.size += size;
-    next.previousSize = current.size;
-    Forbid(&block, size);
     return OK;
 }
 
