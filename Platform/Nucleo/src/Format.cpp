@@ -35,25 +35,31 @@ bool IsLength(char c)
 class Sink
 {
 public:
-    Sink(char* buffer, std::size_t capacity) : buffer_(buffer), capacity_(capacity) {}
+    Sink(char* buffer, std::size_t capacity) : begin_(buffer), end_(buffer), last_(buffer + capacity) {}
 
-    std::size_t Length() const { return length_; }
-    char* End() { return buffer_ + std::min(length_, capacity_); }
-    std::size_t Room() const { return capacity_ - std::min(length_, capacity_); }
+    std::size_t Length() const { return static_cast<std::size_t>(end_ - begin_) + lost_; }
+    char* End() { return end_; }
+    std::size_t Room() const { return static_cast<std::size_t>(last_ - end_); }
 
     void Put(const char* text, std::size_t size)
     {
-        std::memcpy(End(), text, std::min(size, Room()));
-        length_ += size;
+        std::memcpy(end_, text, std::min(size, Room()));
+        Advance(size);
     }
     void Put(std::string_view text) { Put(text.data(), text.size()); }
     // Counts what was written at End(), or would have been, had there been room.
-    void Advance(std::size_t size) { length_ += size; }
+    void Advance(std::size_t size)
+    {
+        const std::size_t kept = std::min(size, Room());
+        end_ += kept;
+        lost_ += size - kept;
+    }
 
 private:
-    char* buffer_;
-    std::size_t capacity_;
-    std::size_t length_ = 0;
+    char* begin_;
+    char* end_;   // Of the text so far.
+    char* last_;  // Where it has to end.
+    std::size_t lost_ = 0;
 };
 
 // One specifier taken apart: "%" [position "$"] [flags] [width] ["." precision] [length] conversion.
@@ -163,6 +169,18 @@ bool PutNumber(Sink& out, Write write)
     return true;
 }
 
+template <class T>
+bool PutDecimal(Sink& out, T value)
+{
+    return PutNumber(out, [value](char* begin, char* end) { return std::to_chars(begin, end, value); });
+}
+
+const char* TextOf(std::uint64_t slot)
+{
+    const auto* text = reinterpret_cast<const char*>(slot);
+    return text != nullptr ? text : "(null)";
+}
+
 void PutInteger(Sink& out, const Specifier& specifier, std::uint64_t slot)
 {
     const bool isSigned = specifier.conversion == 'd' || specifier.conversion == 'i';
@@ -176,7 +194,7 @@ void PutInteger(Sink& out, const Specifier& specifier, std::uint64_t slot)
             value = static_cast<std::int8_t>(slot);
         }
         if (specifier.IsPlain()) {
-            PutNumber(out, [value](char* begin, char* end) { return std::to_chars(begin, end, value); });
+            PutDecimal(out, value);
         } else {
             PutFormatted(out, specifier, "lld", value);
         }
@@ -222,14 +240,10 @@ void PutSlot(Sink& out, const Specifier& specifier, std::uint64_t slot, ArgKind 
     switch (specifier.conversion) {
         case 's':
             if (kind == ArgKind::Text) {
-                const auto* text = reinterpret_cast<const char*>(slot);
-                if (text == nullptr) {
-                    text = "(null)";
-                }
                 if (specifier.IsPlain()) {
-                    out.Put(text);
+                    out.Put(TextOf(slot));
                 } else {
-                    PutFormatted(out, specifier, "s", text);
+                    PutFormatted(out, specifier, "s", TextOf(slot));
                 }
                 return;
             }
@@ -273,6 +287,24 @@ void PutSlot(Sink& out, const Specifier& specifier, std::uint64_t slot, ArgKind 
     out.Put(unfit);
 }
 
+// "%d", "%u" or "%s" with nothing in between, as most specifiers are: they need not be taken apart. False when the
+// conversion or its slot is another.
+bool PutPlain(Sink& out, char conversion, std::uint64_t slot, ArgKind kind)
+{
+    const bool isInteger = kind == ArgKind::Signed || kind == ArgKind::Unsigned;
+    if (conversion == 'd' && isInteger) {
+        return PutDecimal(out, static_cast<std::int32_t>(slot));
+    }
+    if (conversion == 'u' && isInteger) {
+        return PutDecimal(out, static_cast<std::uint32_t>(slot));
+    }
+    if (conversion == 's' && kind == ArgKind::Text) {
+        out.Put(TextOf(slot));
+        return true;
+    }
+    return false;
+}
+
 void PrintInto(Sink& out, std::string_view format, FormatArgs args)
 {
     std::size_t next = 0;
@@ -284,18 +316,23 @@ void PrintInto(Sink& out, std::string_view format, FormatArgs args)
             break;
         }
         at = percent + 1;
-        if (at < format.size() && format[at] == '%') {
+        const char conversion = at < format.size() ? format[at] : '\0';
+        const bool hasSlot = next < args.slots.size();
+        if (conversion == '%') {
             out.Put("%");
             ++at;
-            continue;
-        }
-        const Specifier specifier = ReadSpecifier(format.substr(at));
-        at += specifier.size;
-        if (specifier.conversion == 0 || next >= args.slots.size()) {
-            out.Put(unfit);
-        } else {
-            PutSlot(out, specifier, args.slots[next], args.kinds[next]);
+        } else if (hasSlot && PutPlain(out, conversion, args.slots[next], args.kinds[next])) {
+            ++at;
             ++next;
+        } else {
+            const Specifier specifier = ReadSpecifier(format.substr(at));
+            at += specifier.size;
+            if (specifier.conversion == 0 || !hasSlot) {
+                out.Put(unfit);
+            } else {
+                PutSlot(out, specifier, args.slots[next], args.kinds[next]);
+                ++next;
+            }
         }
     }
 }
