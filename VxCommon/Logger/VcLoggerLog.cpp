@@ -46,8 +46,8 @@ std::uint32_t UsePublic(const VcLogger& logger, std::uint32_t publicFilter)
 Status InsertNow(VcLogger& logger, VcLog& log, VcLogMsgType type, std::string_view text)
 {
     const Nucleo::ClockReading now = Nucleo::Clock_Read();
-    const std::uint64_t timestamp = Nucleo::Timer_Scale(now.timer) - logger.timeOrigin;
-    return VxCommon::Internal::VcLog_InsertContent(log, {logger.sourceId, type, timestamp, now.dateTime, 0, text});
+    return VxCommon::Internal::VcLog_InsertContent(
+        log, {logger.sourceId, type, now.scaled - logger.timeOrigin, now.dateTime, 0, text});
 }
 
 /// Attaches the arguments of `format` to the newest entry.

@@ -109,6 +109,7 @@ struct ClockSample
     std::uint64_t last;        // The count that was answered last: none before it is answered any more.
 };
 
+constexpr std::uint64_t tooOld = std::uint64_t{1} << 63;       // For any count: taken in a sample that is none yet.
 constexpr std::uint64_t longestUse = 1'000'000;                // Of a sample.
 constexpr std::uint64_t longestBase = 4'000'000'000;           // Between two samples that give a rate; below 2^32.
 constexpr std::uint64_t slowestTick = std::uint64_t{8} << 32;  // As rate; a slower counter would be too coarse.
@@ -151,6 +152,20 @@ std::uint64_t TakeSample(ClockSample& sample) noexcept
             return now;
         }
     }
+}
+
+// The two are kept apart from the usual way, which they would make longer by all that they have to save.
+
+[[gnu::noinline]] std::uint64_t TimerWithoutTicks(ClockSample& sample) noexcept
+{
+    const std::uint64_t now = MachineTimer();
+    return now - sample.taken > longestUse ? TakeSample(sample) : now;
+}
+
+[[gnu::noinline]] ClockReading ReadReplaced(const ClockSource& clock) noexcept
+{
+    const std::uint64_t timer = clock.timer();
+    return {timer, Scale(clock, timer), clock.dateTime()};
 }
 
 constexpr std::uint64_t lastDateTime = 253'402'300'799'999'999;  // 9999-12-31, in its last microsecond.
@@ -248,20 +263,15 @@ ClockReading Clock_Read() noexcept
 {
     const ClockSource& clock = Source();
     if (&clock != &machine) {
-        return {clock.timer(), clock.dateTime()};
+        return ReadReplaced(clock);
     }
-    constinit thread_local ClockSample sample{std::uint64_t{1} << 63, 0, 0, 0, 0, 0};  // Too old for any count.
-    std::uint64_t now = 0;
-    if (const std::uint64_t ticked = Ticks() - sample.ticks; ticked < sample.span) {
-        now = sample.taken + (ticked * sample.rate >> 32);
-    } else {
-        now = MachineTimer();
-        if (now - sample.taken > longestUse) {
-            now = TakeSample(sample);
-        }
-    }
+    // In the thread's fixed block, where it is found without a call: that halves what there is to do beside the ticks.
+    [[gnu::tls_model("initial-exec")]] constinit thread_local ClockSample sample{tooOld, 0, 0, 0, 0, 0};
+    const std::uint64_t ticked = Ticks() - sample.ticks;
+    const std::uint64_t now =
+        ticked < sample.span ? sample.taken + (ticked * sample.rate >> 32) : TimerWithoutTicks(sample);
     sample.last = std::max(sample.last, now);
-    return {sample.last, (sample.last + sample.difference) / 1'000};
+    return {sample.last, Scale(machine, sample.last), (sample.last + sample.difference) / 1'000};
 }
 
 void Clock_Replace(const ClockSource* source) noexcept

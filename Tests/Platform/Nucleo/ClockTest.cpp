@@ -71,6 +71,7 @@ TEST(ClockTest, EveryClockFollowsTheReplacedOnesUntilTheyAreTakenAway)
         clock.SetDateTime(77);
         clock.SetTimer(1'001);
         EXPECT_EQ(Nucleo::Clock_Read().timer, 1'001U);
+        EXPECT_EQ(Nucleo::Clock_Read().scaled, 1'501U);
         EXPECT_EQ(Nucleo::Clock_Read().dateTime, 77U);
         EXPECT_EQ(Nucleo::DateTime_Now(), 77U);
         EXPECT_EQ(Nucleo::Timer_Multiplier() * 10 + Nucleo::Timer_Divider(), 32U);
@@ -85,6 +86,7 @@ TEST(ClockTest, EveryClockFollowsTheReplacedOnesUntilTheyAreTakenAway)
         const Nucleo::ClockReading reading = Nucleo::Clock_Read();
         ASSERT_GE(Nucleo::UpTime_At(reading.timer) + 1, upTime);
         ASSERT_LE(reading.timer, Nucleo::Timer_Query() + 1'000);
+        ASSERT_EQ(reading.scaled, Nucleo::Timer_Scale(reading.timer));
         ASSERT_GE(reading.dateTime + 1'000, before);
         ASSERT_LE(reading.dateTime, Nucleo::DateTime_Now() + 1'000);
     }

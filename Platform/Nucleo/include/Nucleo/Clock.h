@@ -47,6 +47,7 @@ std::uint64_t UpTime_At(std::uint64_t timer) noexcept;
 struct ClockReading
 {
     std::uint64_t timer;     ///< As Timer_Query().
+    std::uint64_t scaled;    ///< The same in microseconds, as Timer_Scale().
     std::uint64_t dateTime;  ///< As DateTime_Now(), but for a step of the wall clock within the last millisecond.
 };
 ClockReading Clock_Read() noexcept;
