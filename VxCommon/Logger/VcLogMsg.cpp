@@ -1,5 +1,6 @@
 #include <VxCommon/Logger/VcLogMsg.h>
 
+#include <cstddef>
 #include <cstring>
 #include <limits>
 
@@ -88,7 +89,9 @@ char* Behind(VcLogMsg& msg)
     return reinterpret_cast<char*>(&msg + 1);
 }
 
-// A message of one block has no text elsewhere; its text is the first behind it.
+// A message of one block has no text elsewhere; its text is the first behind it. No block of its own can be there:
+// objects and blocks are aligned for any type, and that place is not.
+static_assert(sizeof(VcLogMsg) % alignof(std::max_align_t) != 0);
 bool IsOneBlock(VcLogMsg& msg)
 {
     return msg.text == Behind(msg);
