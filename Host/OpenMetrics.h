@@ -36,10 +36,12 @@ public:
     class LabelValue
     {
     public:
+        // NOLINTBEGIN(google-explicit-constructor): the values of labels are listed as they are.
         LabelValue(std::string_view text) : value_(text) {}
         LabelValue(const std::string& text) : value_(std::string_view(text)) {}
         LabelValue(const char* text) : value_(std::string_view(text)) {}
         LabelValue(std::unsigned_integral auto number) : value_(std::uint64_t{number}) {}
+        // NOLINTEND(google-explicit-constructor)
 
     private:
         friend class OpenMetrics;

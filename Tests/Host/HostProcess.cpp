@@ -6,9 +6,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
 #include <stdexcept>
 #include <system_error>
 #include <thread>
@@ -165,6 +169,23 @@ VxTestSupport::HttpReply HostProcess::Request(std::string_view method, std::stri
                                               const VxTestSupport::HttpHeaders& headers) const
 {
     return VxTestSupport::HttpRequest(port_, method, target, body, headers);
+}
+
+std::string RunCommand(const std::string& folder, const std::string& command)
+{
+    ::setenv("TEST_FOLDER", folder.c_str(), 1);
+    ::setenv("TEST_COMMAND", command.c_str(), 1);
+    const std::unique_ptr<FILE, int (*)(FILE*)> pipe(
+        ::popen("cd \"$TEST_FOLDER\" && timeout 60 bash -c \"$TEST_COMMAND\" 2>&1", "r"), ::pclose);
+    if (!pipe) {
+        throw std::runtime_error("popen failed");
+    }
+    std::string output;
+    std::array<char, 4096> buffer;
+    while (const std::size_t count = std::fread(buffer.data(), 1, buffer.size(), pipe.get())) {
+        output.append(buffer.data(), count);
+    }
+    return output;
 }
 
 }  // namespace VxHostTest

@@ -80,4 +80,7 @@ private:
     std::string readyLine_;
 };
 
+/// What a shell in `folder` prints, on stdout and stderr; it is ended after a minute.
+std::string RunCommand(const std::string& folder, const std::string& command);
+
 }  // namespace VxHostTest

@@ -5,14 +5,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
 #include <chrono>
 #include <csignal>
-#include <cstdio>
 #include <fstream>
 #include <functional>
 #include <iterator>
-#include <memory>
 #include <sstream>
 #include <stdexcept>
 #include <system_error>
@@ -61,16 +58,7 @@ for family in text_string_to_metric_families(open(sys.argv[1], encoding="utf-8",
 print(json.dumps(samples))
 )";
     // The system's own Python: the packages are installed for that one.
-    const std::string command = "cd " + folder.Path().string() + " && timeout 60 /usr/bin/python3 -I read.py page 2>&1";
-    const std::unique_ptr<FILE, int (*)(FILE*)> pipe(::popen(command.c_str(), "r"), ::pclose);
-    if (!pipe) {
-        throw std::runtime_error("popen failed");
-    }
-    std::string output;
-    std::array<char, 4096> buffer;
-    while (const std::size_t count = std::fread(buffer.data(), 1, buffer.size(), pipe.get())) {
-        output.append(buffer.data(), count);
-    }
+    const std::string output = RunCommand(folder.Path().string(), "/usr/bin/python3 -I read.py page");
     json samples = json::parse(output, nullptr, false);
     if (!samples.is_object()) {
         throw std::runtime_error("the parser said:\n" + output);

@@ -6,16 +6,11 @@
 
 #include <fnmatch.h>
 
-#include <array>
-#include <cstdio>
-#include <cstdlib>
 #include <fstream>
 #include <iterator>
-#include <memory>
 #include <optional>
 #include <regex>
 #include <sstream>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -78,24 +73,6 @@ bool Matches(const std::string& pattern, const std::string& text)
 {
     const std::string literal = std::regex_replace(pattern, std::regex(R"([*?[\]\\])"), R"(\$&)");
     return ::fnmatch(std::regex_replace(literal, std::regex(R"(\.\.\.)"), "*").c_str(), text.c_str(), 0) == 0;
-}
-
-/// What a shell in `folder` prints.
-std::string RunCommand(const std::string& folder, const std::string& command)
-{
-    ::setenv("TOUR_FOLDER", folder.c_str(), 1);
-    ::setenv("TOUR_COMMAND", command.c_str(), 1);
-    const std::unique_ptr<FILE, int (*)(FILE*)> pipe(
-        ::popen("cd \"$TOUR_FOLDER\" && timeout 60 bash -c \"$TOUR_COMMAND\" 2>&1", "r"), ::pclose);
-    if (!pipe) {
-        throw std::runtime_error("popen failed");
-    }
-    std::string output;
-    std::array<char, 4096> buffer;
-    while (const std::size_t count = std::fread(buffer.data(), 1, buffer.size(), pipe.get())) {
-        output.append(buffer.data(), count);
-    }
-    return output;
 }
 
 /// What stands between the program and the "&" at the end.
