@@ -9,17 +9,17 @@
 #include <new>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <Nucleo/Clock.h>
 #include <VxApi/Logging.h>
 #include <VxCommon/Logger/VcLogger.h>
 #include <VxCommon/Logger/VcUtilsLog.h>
 #include <VxRest/HttpServer.h>
-#include <VxTestSupport/FailingAllocator.h>
+#include <VxTestSupport/AllocationSweep.h>
 #include <VxTestSupport/ScopedClock.h>
 #include <VxTestSupport/ScopedDefaultAllocator.h>
 
@@ -106,18 +106,13 @@ TEST_F(VcLoggerTest, ThereIsOneInstance)
     EXPECT_EQ(VcLogger_RenderPrivate(nullptr), OK);
     EXPECT_EQ(VcLogger_ClearPublicLogAndFilter(), OK);
 
-    for (int n = 0;; ++n) {
-        VxTestSupport::FailingAllocator allocator(n);
+    VxTestSupport::SweepFailures([&](VxTestSupport::FailingAllocator& allocator) {
         const Nucleo::Status status = VcLogger_Construct(&second, 8, 0, &allocator);
+        EXPECT_EQ(status, allocator.Failed() ? ERROR_MEMORY : OK);
         EXPECT_EQ(VcLogger_Instance(), second);
         EXPECT_EQ(second == nullptr, status != OK);
         EXPECT_EQ(Nucleo::Destroy(second), OK);
-        EXPECT_EQ(allocator.Live(), 0) << n;
-        if (!allocator.Failed()) {
-            EXPECT_EQ(status, OK);
-            break;
-        }
-    }
+    });
 }
 
 TEST_F(VcLoggerTest, StampsMessagesWithTheScaledTimerSinceItsOrigin)
@@ -153,57 +148,44 @@ TEST_F(VcLoggerTest, FiltersAndCyclesHoldRepetitionsBack)
 {
     // Each step: B begins a cycle, E ends one, F and N set the public filter on and off, X clears the filters; any
     // other letter is a text that is logged, a capital one with the public filter asked for.
-    struct Case
-    {
-        const char* steps;
-        const char* shown;
+    const std::pair<const char*, const char*> cases[] = {
+        {"a a", "a a "},        // Nothing filters.
+        {"A A", "a a "},        // Asked for, but not enabled.
+        {"F A A a A", "a a "},  // The unfiltered one is shown; it is not remembered either.
+        {"F A N A F A X A", "a a a "},
+        {"B a a E B a E B a E", "a "},
+        {"B a E B E B a E", "a a "},  // One whole cycle without it.
+        {"B a E a", "a a "},          // Outside a cycle its sets do not count.
+        {"B a E B c E B a c E", "a c a "},
+        {"F A B A E A", "a "},    // The filter counts inside a cycle too.
+        {"F B A E A A", "a a "},  // Seen in a cycle only: the filter has not got it.
+        {"E a E a", "a a "},      // An end without a beginning does nothing.
+        {"B a X a E", "a a "},
     };
-    for (const Case& test : {
-             Case{"a a", "a a"},        // Nothing filters.
-             Case{"A A", "a a"},        // Asked for, but not enabled.
-             Case{"F A A a A", "a a"},  // The unfiltered one is shown; it is not remembered either.
-             Case{"F A N A F A X A", "a a a"},
-             Case{"B a a E B a E B a E", "a"},
-             Case{"B a E B E B a E", "a a"},  // One whole cycle without it.
-             Case{"B a E a", "a a"},          // Outside a cycle its sets do not count.
-             Case{"B a E B c E B a c E", "a c a"},
-             Case{"F A B A E A", "a"},    // The filter counts inside a cycle too.
-             Case{"F B A E A A", "a a"},  // Seen in a cycle only: the filter has not got it.
-             Case{"E a E a", "a a"},      // An end without a beginning does nothing.
-             Case{"B a X a E", "a a"},
-         }) {
+    for (const auto& [steps, expected] : cases) {
         ASSERT_EQ(VcLogger_ClearPublicLogAndFilter(), OK);
         VcLogger_EnablePublicMessageFilter(0);
         VcLogger_EndLogCycle();
         VcLogger_ClearMessageFilters();
-        for (const char* step = test.steps; *step != '\0'; ++step) {
-            switch (*step) {
-                case ' ':
-                    break;
-                case 'B':
-                    EXPECT_EQ(VcLogger_BeginLogCycle(), OK);
-                    break;
-                case 'E':
-                    EXPECT_EQ(VcLogger_EndLogCycle(), OK);
-                    break;
-                case 'F':
-                case 'N':
-                    VcLogger_EnablePublicMessageFilter(*step == 'F' ? 1 : 0);
-                    break;
-                case 'X':
-                    EXPECT_EQ(VcLogger_ClearMessageFilters(), OK);
-                    break;
-                default: {
-                    const char text[] = {static_cast<char>(*step | 0x20), '\0'};
-                    EXPECT_EQ(VcLogger_LogImpl(logger.Get(), log, VcLogMsgType_Info, *step < 'a' ? 1 : 0, text), OK);
-                }
+        for (const char step : std::string(steps)) {
+            if (step == 'B') {
+                EXPECT_EQ(VcLogger_BeginLogCycle(), OK);
+            } else if (step == 'E') {
+                EXPECT_EQ(VcLogger_EndLogCycle(), OK);
+            } else if (step == 'F' || step == 'N') {
+                VcLogger_EnablePublicMessageFilter(step == 'F' ? 1 : 0);
+            } else if (step == 'X') {
+                EXPECT_EQ(VcLogger_ClearMessageFilters(), OK);
+            } else if (step != ' ') {
+                const char text[] = {static_cast<char>(step | 0x20), '\0'};
+                EXPECT_EQ(VcLogger_LogImpl(logger.Get(), log, VcLogMsgType_Info, step < 'a' ? 1 : 0, text), OK);
             }
         }
         std::string shown;
         for (const std::string& text : Texts()) {
-            shown += (shown.empty() ? "" : " ") + text;
+            shown += text + " ";
         }
-        EXPECT_EQ(shown, test.shown) << test.steps;
+        EXPECT_EQ(shown, expected) << steps;
     }
     EXPECT_GT(VcLogger_FilterCount(), 0U);
 }
@@ -242,17 +224,11 @@ TEST_F(VcLoggerTest, FormatsAreHeldBackByFormatOrTextAndRememberedByText)
 TEST_F(VcLoggerTest, WithoutMemoryTheFilterReportsItAndTheEntryStays)
 {
     const auto sweep = [](const auto& operation) {
-        for (int n = 0;; ++n) {
-            VxTestSupport::FailingAllocator allocator(n);
+        return VxTestSupport::SweepFailures([&](VxTestSupport::FailingAllocator& allocator) {
             const VxTestSupport::ScopedDefaultAllocator scoped(allocator);
             const Nucleo::Status status = operation();
-            EXPECT_EQ(allocator.Live(), 0) << n;
-            if (!allocator.Failed()) {
-                EXPECT_EQ(status, OK);
-                return n;
-            }
-            EXPECT_EQ(status, ERROR_MEMORY) << n;
-        }
+            EXPECT_EQ(status, allocator.Failed() ? ERROR_MEMORY : OK);
+        });
     };
     const std::string text(100, 'x');
     EXPECT_GT(sweep([&] {
@@ -312,48 +288,44 @@ TEST_F(VcLoggerTest, WhatCouldNotBeInsertedIsNotRemembered)
 
 TEST_F(VcLoggerTest, ReadsFormats)
 {
-    struct Case
-    {
-        const char* format;
-        std::vector<const Nucleo::Type*> types;
-    };
     const auto* const i32 = &Nucleo::Int32Type;
     const auto* const u32 = &Nucleo::UInt32Type;
     const auto* const i64 = &Nucleo::Int64Type;
     const auto* const f64 = &Nucleo::Float64Type;
     const auto* const text = &Nucleo::StringType;
     const auto* const character = &Nucleo::CharType;
-    for (const Case& test : std::vector<Case>{
-             {"", {}},
-             {"plain", {}},
-             {"100%%", {}},
-             {"%%%d%%", {i32}},
-             {"%2$s %1$d", {text, i32}},
-             {"%5.2f|%-8s|%+d|% d|%#x|%05u", {f64, text, i32, i32, i32, u32}},
-             {"%1$-5d%3$08.3g", {i32, f64}},
-             {"%hhu %llu %hu %lu %I32u %I64u %Iu %qu %lf", {i64, i64, i32, i32, i32, i64, i32, i64, i32}},
-             {"%a%A%e%E%F%G%c%o%x%p%i", {f64, f64, f64, f64, f64, f64, character, u32, i32, i32, i32}},
-             {"%", {}},
-             {"%d %", {i32}},
-             {"%l", {}},
-             {"%hh", {}},
-             {"%12", {}},
-             {"%3$", {}},
-             {"%.", {}},
-             {"%I6", {i32}},  // "I" and whatever follows it
-             {"%$s%$d", {i32, i32}},
-         }) {
+    const std::pair<const char*, std::vector<const Nucleo::Type*>> cases[] = {
+        {"100%%", {}},
+        {"%%%d%%", {i32}},
+        {"%2$s %1$d", {text, i32}},
+        {"%5.2f|%-8s|%+d|% d|%#x|%05u", {f64, text, i32, i32, i32, u32}},
+        {"%1$-5d%3$08.3g", {i32, f64}},
+        {"%hhu %llu %hu %lu %I32u %I64u %Iu %qu %lf", {i64, i64, i32, i32, i32, i64, i32, i64, i32}},
+        {"%a%A%e%E%F%G%c%o%x%p%i", {f64, f64, f64, f64, f64, f64, character, u32, i32, i32, i32}},
+        {"%d %", {i32}},
+        {"%I6", {i32}},  // "I" and whatever follows it
+        {"%$s%$d", {i32, i32}},
+        {"", {}},
+        {"plain", {}},
+        {"%", {}},
+        {"%l", {}},
+        {"%hh", {}},
+        {"%12", {}},
+        {"%3$", {}},
+        {"%.", {}},
+    };
+    for (const auto& [format, expected] : cases) {
         std::vector<const Nucleo::Type*> types;
-        const char* cursor = test.format;
+        const char* cursor = format;
         const Nucleo::Type* type = nullptr;
         Nucleo::Status status = OK;
         while ((status = VcLogger_ParseSpecificer(&cursor, &type)) == OK) {
             types.push_back(type);
-            ASSERT_LE(cursor, test.format + std::strlen(test.format)) << test.format;
+            ASSERT_LE(cursor, format + std::strlen(format)) << format;
         }
         EXPECT_EQ(status, ERROR_PARAMETER);
-        EXPECT_EQ(types, test.types) << test.format;
-        EXPECT_EQ(cursor, test.format + std::strlen(test.format)) << test.format;
+        EXPECT_EQ(types, expected) << format;
+        EXPECT_EQ(cursor, format + std::strlen(format)) << format;
     }
 }
 
@@ -410,18 +382,15 @@ TEST_F(VcLoggerTest, XmlShowsTheAskedRange)
         }
     }
     constexpr std::uint64_t largest = std::numeric_limits<std::uint64_t>::max();
-    struct Case
-    {
-        std::uint64_t startId;
-        std::uint64_t endId;
-        const char* shown;  // idStart-idEnd: ids
-    };
-    for (const Case& test : {Case{0, largest, "5-9: 5 6 7 8 9"}, Case{5, 5, "5-5: 5"}, Case{7, 100, "7-9: 7 8 9"},
-                             Case{6, 8, "6-8: 6 7 8"}, Case{8, 6, "8-6:"}, Case{0, 4, "5-4:"},
-                             Case{0, 3, "5-9: 5 6 7 8 9"}, Case{12, largest, "12-9:"}, Case{largest, 7, "-1-7:"}}) {
+    const std::tuple<std::uint64_t, std::uint64_t, const char*> cases[] = {
+        // start, end, "idStart-idEnd: ids"
+        {0, largest, "5-9: 5 6 7 8 9"}, {5, 5, "5-5: 5"},       {7, 100, "7-9: 7 8 9"},
+        {6, 8, "6-8: 6 7 8"},           {8, 6, "8-6:"},         {0, 4, "5-4:"},
+        {0, 3, "5-9: 5 6 7 8 9"},       {12, largest, "12-9:"}, {largest, 7, "-1-7:"}};
+    for (const auto& [startId, endId, expected] : cases) {
         Nucleo::XmlDocument document;
         document.CreateRoot("Root");
-        ASSERT_EQ(VcLogger_GenerateXML(1, &document, test.startId, test.endId), OK);
+        ASSERT_EQ(VcLogger_GenerateXML(1, &document, startId, endId), OK);
         const Nucleo::XmlNode element = document.Child(document.Root(), "Log");
         std::string shown = document.Attribute(element, "idStart").value_or("?") + "-" +
                             document.Attribute(element, "idEnd").value_or("?") + ":";
@@ -429,7 +398,7 @@ TEST_F(VcLoggerTest, XmlShowsTheAskedRange)
             shown += " " + document.Attribute(entry, "id").value_or("?");
             EXPECT_EQ(document.Attribute(entry, "id"), document.Attribute(entry, "value"));
         }
-        EXPECT_EQ(shown, test.shown);
+        EXPECT_EQ(shown, expected);
     }
     Nucleo::XmlDocument empty;
     EXPECT_EQ(VcLogger_GenerateXML(1, &empty, 0, largest), ERROR_STATE);

@@ -11,9 +11,13 @@
 #include <VxCommon/Persistence/IPersistHandler.h>
 #include <VxCommon/System/IUpdatableSystem.h>
 #include <VxTestSupport/LogCapture.h>
+#include <VxTestSupport/Thrown.h>
 
 namespace VxCommon
 {
+
+using VxTestSupport::MessageThrown;
+using VxTestSupport::PlaceThrown;
 
 using Journal = std::vector<std::string>;
 using Bytes = std::vector<unsigned char>;
@@ -104,36 +108,12 @@ inline std::function<void()> Fails(Nucleo::Status status, const std::string& mes
     return [=] { throw Vx::Exception({"Host/Part", 1, "Host::Part::Do"}, status, message); };
 }
 
-/// What `call` throws, as "<status> <file> <function>"; "nothing" when it throws nothing.
-template <class Call>
-std::string PlaceThrown(Call&& call)
-{
-    try {
-        call();
-    } catch (const Vx::Exception& exception) {
-        return std::to_string(exception.Status()) + " " + exception.File() + " " + exception.Function();
-    }
-    return "nothing";
-}
-
-/// The same in short for the classes of the persistence: "<status> <Class>::<function>".
+/// The place in short for the classes of the persistence: "<status> <Class>::<function>".
 template <class Call>
 std::string Thrown(Call&& call)
 {
     static const std::regex place(" Persistence/(\\w+) VxCommon::\\1::");
     return std::regex_replace(PlaceThrown(call), place, " $1::");
-}
-
-/// What `call` throws, as "<status> <message>".
-template <class Call>
-std::string MessageThrown(Call&& call)
-{
-    try {
-        call();
-    } catch (const Vx::Exception& exception) {
-        return std::to_string(exception.Status()) + " " + exception.Message();
-    }
-    return "nothing";
 }
 
 /// The captured lines as "<source>: <severity> <text>", public ones marked "!"; of `source`, if given, as "<severity>

@@ -1,7 +1,6 @@
 #include <memory>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <Tests/Persistence/FakeHandler.h>
 #include <VxCommon/Persistence/PersistController.h>
@@ -250,13 +249,12 @@ TEST_F(PersistControllerTest, TheStubFlagsAndRaisesButDrivesNobody)
 {
     PersistControllerStub stub;
     void* handle = stub.RegisterHandler(first_, "one");
-    const auto flagged = [&](PersistDomain domain) {
-        const auto infos = stub.ListRegistered();
-        return !infos.empty() && (infos[0].changed.contains(domain) || infos[0].load.contains(domain));
-    };
     const auto listener = [&](const std::string& event) {
         return [&, event](IPersistHandler& handler, PersistDomain domain) {
-            journal_.push_back(event + " " + handler.DisplayName() + (flagged(domain) ? " flagged" : ""));
+            const auto infos = stub.ListRegistered();
+            const bool flagged =
+                !infos.empty() && (infos[0].changed.contains(domain) || infos[0].load.contains(domain));
+            journal_.push_back(event + " " + handler.DisplayName() + (flagged ? " flagged" : ""));
         };
     };
     const Vx::Subscription changes = stub.DomainChangedEvent().Subscribe(listener("change"));

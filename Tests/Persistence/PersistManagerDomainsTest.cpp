@@ -50,14 +50,22 @@ TEST_P(DomainTest, ABurstOfChangesIsWrittenOnceTheDelayAfterTheLast)
     EXPECT_EQ(Writes(), 1U);
     EXPECT_EQ(File(), (Map{{"/A", "3"}}));
     EXPECT_FALSE(manager_->HasUnsavedChanges(domain_));
+    // A flush writes at once, and once more after the delay.
+    manager_->NotifyChange(a_, domain_);
+    Flush();
+    EXPECT_EQ(Writes(), 2U);
     time_.Advance(1h);
-    EXPECT_EQ(files_.Writes(), 2U);  // With the record's.
+    EXPECT_EQ(Writes(), 3U);
+    EXPECT_EQ(files_.Writes(), 4U);  // With the record's.
     EXPECT_EQ(time_.Pending(), 0U);
     const std::string changed = Call("changed");
-    EXPECT_THAT(journal_, ElementsAre(changed, changed, changed, "A: " + Call("Save"), Call("persisted")));
+    const std::string save = "A: " + Call("Save");
+    const std::string persisted = Call("persisted");
+    EXPECT_THAT(journal_,
+                ElementsAre(changed, changed, changed, save, persisted, changed, save, persisted, save, persisted));
     const std::string promise = "W Saving " + name_ + " domain in 250000 us...";
-    EXPECT_EQ(LogOf(log, managerTag),
-              Journal({promise, promise, promise, "W Automatically saving " + name_ + " domain..."}));
+    const std::string automatic = "W Automatically saving " + name_ + " domain...";
+    EXPECT_EQ(LogOf(log, managerTag), Journal({promise, promise, promise, automatic, promise, automatic}));
 }
 
 TEST_P(DomainTest, ANamedHandlerLivesOnItsOwnNotifications)
@@ -92,18 +100,6 @@ TEST_P(DomainTest, ANamedHandlerLivesOnItsOwnNotifications)
     EXPECT_TRUE(manager_->ListRegistered()[1].changed.contains(domain_));
 }
 
-TEST_P(DomainTest, FlushWritesNowAndOnceMoreAfterTheDelay)
-{
-    Change(a_, "1");
-    Flush();
-    EXPECT_EQ(Writes(), 1U);
-    time_.Advance(249'999us);
-    EXPECT_EQ(Writes(), 1U);
-    time_.Advance(1us);
-    EXPECT_EQ(Writes(), 2U);
-    EXPECT_EQ(time_.Pending(), 0U);
-}
-
 TEST_P(DomainTest, ASaveThatFailsLeavesTheFileAndTheNextChangeIsSaved)
 {
     Init();
@@ -132,39 +128,40 @@ TEST_P(DomainTest, LoadFallsBackToDefaultsWhateverFails)
     const std::string handlerFailed = Call("Load") + " for A failed -- 1 total failures.";
     const Bytes good = Image({{"/A", "stored"}});
     const Bytes cut(good.begin(), good.begin() + 512);
-    const auto nothing = [] {};
-    const struct
+    const auto cannot = [&](const std::string& what) { return "cannot be " + what + ": " + ioText + "."; };
+    struct Case
     {
         Bytes stored;
-        std::function<void()> arrange;
-        std::string reason;       // Empty: it loads.
-        std::string withoutCopy;  // Why no copy is kept, if so.
+        std::string reason;  // Empty: it loads.
+        std::function<void()> arrange = [] {};
+        std::string withoutCopy = {};  // Why no copy is kept, if so.
         std::string thrown = "nothing";
-    } cases[] = {
-        {good, nothing, "", ""},
-        {good, [&] { a_.on[Call("Load")] = Fails(-990, "100%s"); }, handlerFailed, ""},
-        {{}, nothing, handlerFailed, ""},
-        {cut, nothing, std::string(Nucleo::StatusText(Nucleo::ERROR_END)) + " (ERROR_END, -989)", ""},
-        {good, [&] { files_.FailNext(FileOp::Download, file, 1, Nucleo::ERROR_IO); },
-         "File '" + file + "' cannot be read: " + ioText + ".", ""},
+    };
+    const Case cases[] = {
+        {good, ""},
+        {{}, handlerFailed},
+        {cut, std::string(Nucleo::StatusText(Nucleo::ERROR_END)) + " (ERROR_END, -989)"},
+        {good, handlerFailed, [&] { a_.on[Call("Load")] = Fails(-990, "100%s"); }},
+        {good, "File '" + file + "' " + cannot("read"),
+         [&] { files_.FailNext(FileOp::Download, file, 1, Nucleo::ERROR_IO); }},
         {{},
+         handlerFailed,
          [&] { files_.FailNext(FileOp::Upload, copy, 1, Nucleo::ERROR_IO); },
-         handlerFailed,
-         "File '" + copy + "' cannot be written: " + ioText + "."},
+         "File '" + copy + "' " + cannot("written")},
         {{},
-         [&] { files_.BeforeNext(FileOp::Exists, file, 4, [&] { files_.Remove(file); }); },
          handlerFailed,
+         [&] { files_.BeforeNext(FileOp::Exists, file, 4, [&] { files_.Remove(file); }); },
          "File '" + file + "' does not exist."},
         {{},
-         [&] { a_.on[Call("Init")] = Fails(-991, "no defaults"); },
          handlerFailed,
+         [&] { a_.on[Call("Init")] = Fails(-991, "no defaults"); },
          "",
          "-991 " + Call("Init") + " for A failed -- 1 total failures."},
         {{},
-         [&] { files_.FailNext(FileOp::Upload, file, 1, Nucleo::ERROR_IO); },
          handlerFailed,
+         [&] { files_.FailNext(FileOp::Upload, file, 1, Nucleo::ERROR_IO); },
          "",
-         "-993 File '" + file + "' cannot be written: " + ioText + "."},
+         "-993 File '" + file + "' " + cannot("written")},
     };
     for (const auto& c : cases) {
         a_.on.clear();

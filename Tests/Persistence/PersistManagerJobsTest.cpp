@@ -55,6 +55,9 @@ TEST_F(JobsTest, EachOperationRaisesItsEventsInOrderWithTheStateOfThatMoment)
 {
     const Bytes data = JobImage("new");
     const std::string saved = "A: Save JOB";
+    const Journal renamed{"JobCreated(n) a|a", "JobLoaded(n) n|n", "DefaultJobChanged(n) n|n", "JobDeleted(a) n|n"};
+    const Journal deleted{"JobDeleted(a) a|a", "LoadedJobStateChanged() *|a", "DefaultJobChanged() *|"};
+    const std::string fromFactory = "A: Init JOB";
     const struct
     {
         Call act;
@@ -67,16 +70,10 @@ TEST_F(JobsTest, EachOperationRaisesItsEventsInOrderWithTheStateOfThatMoment)
         {[&] { manager_->WriteJob("b", data); }, {"JobUpdated(b) a|a"}, "a|a"},
         {[&] { manager_->WriteJob("a", data); }, {"JobUpdated(a) a|a", "LoadedJobStateChanged() *|a"}, "*|a"},
         {[&] { manager_->CopyJob("b", "n"); }, {"JobCreated(n) a|a"}, "a|a"},
-        {[&] { manager_->RenameJob("a", "n"); },
-         {"JobCreated(n) a|a", "JobLoaded(n) n|n", "DefaultJobChanged(n) n|n", "JobDeleted(a) n|n"},
-         "n|n",
-         1},
+        {[&] { manager_->RenameJob("a", "n"); }, renamed, "n|n", 1},
         {[&] { manager_->RenameJob("b", "n"); }, {"JobCreated(n) a|a", "JobDeleted(b) a|a"}, "a|a"},
         {[&] { manager_->DeleteJob("b"); }, {"JobDeleted(b) a|a"}, "a|a"},
-        {[&] { manager_->DeleteJob("a"); },
-         {"JobDeleted(a) a|a", "LoadedJobStateChanged() *|a", "DefaultJobChanged() *|"},
-         "*|",
-         1},
+        {[&] { manager_->DeleteJob("a"); }, deleted, "*|", 1},
         {[&] { manager_->ClearJobs(); }, {"JobsCleared() a|"}, "a|"},
         {[&] { manager_->SaveJob("n"); },
          {saved, "JobCreated(n) a|a", "LoadedJobStateChanged(n) n|a", "persisted JOB"},
@@ -97,11 +94,7 @@ TEST_F(JobsTest, EachOperationRaisesItsEventsInOrderWithTheStateOfThatMoment)
         {[&] { manager_->LoadDefaultJob(); },
          {"A: Init JOB", "JobLoaded() |a", "A: Load JOB", "JobLoaded(a) a|a"},
          "a|a"},
-        {[&] {
-             for (int i = 0; i < 2; ++i) manager_->NotifyChange(a_, JOB);
-         },
-         {"changed JOB", "JobModified() a*|a", "changed JOB"},
-         "a*|a"},
+        {[&] { manager_->NotifyChange(a_, JOB); }, {"changed JOB", "JobModified() a*|a"}, "a*|a"},
         {[&] { manager_->NotifyChange(n_, JOB); }, {"changed JOB", "N: Save JOB", "JobModified() a*|a"}, "a*|a"},
     };
     for (const auto& c : cases) {
@@ -199,33 +192,30 @@ TEST_F(JobsTest, BadArgumentsAreRefusedBeforeAnythingChanges)
 TEST_F(JobsTest, FailuresOfTheStorageLeaveWhatWasDoneSoFar)
 {
     const Bytes data = JobImage("new");
-    const struct
+    const Journal both{"a", "b", "c", "n"};
+    struct Case
     {
         FileOp op;
         const char* file;
         Call act;
-        Journal events;
-        const char* state;
-        Journal jobs;
-    } cases[] = {
-        {FileOp::Upload, "n.vpjob", [&] { manager_->CreateJob("n", data); }, {}, "a|a", {"a", "b", "c"}},
-        {FileOp::Upload, "a.vpjob", [&] { manager_->WriteJob("a", data); }, {}, "a|a", {"a", "b", "c"}},
-        {FileOp::Download, "a.vpjob", [&] { manager_->CopyJob("a", "n"); }, {}, "a|a", {"a", "b", "c"}},
-        {FileOp::Size, "a.vpjob", [&] { manager_->JobSize("a"); }, {}, "a|a", {"a", "b", "c"}},
-        {FileOp::Upload, "n.vpjob", [&] { manager_->RenameJob("a", "n"); }, {}, "a|a", {"a", "b", "c"}},
-        {FileOp::Upload,
-         recordFile,
-         [&] { manager_->RenameJob("a", "n"); },
-         {"JobCreated(n) a|a"},
-         "n|n",
-         {"a", "b", "c", "n"}},
+        Journal events = {};
+        const char* state = "a|a";
+        Journal jobs = {"a", "b", "c"};
+    };
+    const Case cases[] = {
+        {FileOp::Upload, "n.vpjob", [&] { manager_->CreateJob("n", data); }},
+        {FileOp::Upload, "a.vpjob", [&] { manager_->WriteJob("a", data); }},
+        {FileOp::Download, "a.vpjob", [&] { manager_->CopyJob("a", "n"); }},
+        {FileOp::Size, "a.vpjob", [&] { manager_->JobSize("a"); }},
+        {FileOp::Upload, "n.vpjob", [&] { manager_->RenameJob("a", "n"); }},
+        {FileOp::Upload, recordFile, [&] { manager_->RenameJob("a", "n"); }, {"JobCreated(n) a|a"}, "n|n", both},
         {FileOp::Delete,
          "a.vpjob",
          [&] { manager_->RenameJob("a", "n"); },
          {"JobCreated(n) a|a", "JobLoaded(n) n|n", "DefaultJobChanged(n) n|n"},
          "n|n",
-         {"a", "b", "c", "n"}},
-        {FileOp::Delete, "a.vpjob", [&] { manager_->DeleteJob("a"); }, {}, "a|a", {"a", "b", "c"}},
+         both},
+        {FileOp::Delete, "a.vpjob", [&] { manager_->DeleteJob("a"); }},
         {FileOp::Upload,
          recordFile,
          [&] { manager_->DeleteJob("a"); },
@@ -233,9 +223,9 @@ TEST_F(JobsTest, FailuresOfTheStorageLeaveWhatWasDoneSoFar)
          "*|",
          {"b", "c"}},
         {FileOp::Delete, "b.vpjob", [&] { manager_->ClearJobs(); }, {}, "a|a", {"b", "c"}},
-        {FileOp::List, "", [&] { manager_->ClearJobs(); }, {}, "a|a", {"a", "b", "c"}},
-        {FileOp::Upload, "n.vpjob", [&] { manager_->SaveJob("n"); }, {"A: Save JOB"}, "a|a", {"a", "b", "c"}},
-        {FileOp::Upload, recordFile, [&] { manager_->SetDefaultJob("b"); }, {}, "a|b", {"a", "b", "c"}},
+        {FileOp::List, "", [&] { manager_->ClearJobs(); }},
+        {FileOp::Upload, "n.vpjob", [&] { manager_->SaveJob("n"); }, {"A: Save JOB"}},
+        {FileOp::Upload, recordFile, [&] { manager_->SetDefaultJob("b"); }, {}, "a|b"},
     };
     for (const auto& c : cases) {
         StartWithJobs();
@@ -316,43 +306,37 @@ TEST_F(JobsTest, AFailingLoadFallsBackToThePreviousJob)
 
 TEST_F(JobsTest, WithoutAPreviousJobAFailingLoadFallsBackToTheFactoryJob)
 {
-    const std::string missing = "File 'a.vpjob' does not exist.";
-    const std::string handler = "Load JOB for A failed -- 1 total failures.";
-    for (const std::string& failure : {std::string(), missing, handler}) {  // Empty: no job was loaded.
+    Journal lines;
+    const auto failed = [&](const std::string& what, const std::string& why) {
+        const std::string line = "E " + what + " failed (" + why + ").";
+        lines.insert(lines.end(), {line, "!Jobs: " + line});
+    };
+    for (const bool wasLoaded : {false, true}) {
         for (const bool factoryFails : {false, true}) {
             StartWithJobs();
-            files_.Put("t.vpjob", failure == handler ? JobImage("t") : Image({}));
-            Journal lines{"I Load job 't'..."};
-            const auto failed = [&](const std::string& what, const std::string& why) {
-                const std::string line = "E " + what + " failed (" + why + ").";
-                lines.insert(lines.end(), {line, "!Jobs: " + line});
-            };
-            failed("Load job 't'", failure == handler ? handler : "Job contains no recognizable data.");
-            if (failure.empty()) {
-                manager_->LoadJobFromFactory();
-            } else {
-                lines.emplace_back("W Falling back to previous job 'a'...");
-                failed("Fallback to previous job 'a'", failure);
-            }
-            if (failure == missing) {
+            files_.Put("t.vpjob", Image({}));
+            lines = {"I Load job 't'..."};
+            failed("Load job 't'", "Job contains no recognizable data.");
+            if (wasLoaded) {
                 files_.Remove("a.vpjob");
+                lines.emplace_back("W Falling back to previous job 'a'...");
+                failed("Fallback to previous job 'a'", "File 'a.vpjob' does not exist.");
+            } else {
+                manager_->LoadJobFromFactory();
             }
-            if (failure == handler) {
-                a_.on["Load JOB"] = Fails(-990, "handler");
-            }
-            lines.emplace_back("W Attempting to fallback to re-initialize job...");
-            lines.emplace_back("I Initializing factory job...");
+            lines.insert(lines.end(),
+                         {"W Attempting to fallback to re-initialize job...", "I Initializing factory job..."});
             if (factoryFails) {
                 a_.on["Init JOB"] = Fails(-995, "factory");
                 failed("Fallback to re-initialize job", "Init JOB for A failed -- 1 total failures.");
             } else {
                 lines.emplace_back("W Fallback to re-initialize job succeeded.");
             }
-            if (!factoryFails && !failure.empty()) {
+            if (wasLoaded && !factoryFails) {
                 lines.emplace_back("JobLoaded() |a");
             }
-            lines.emplace_back(factoryFails && !failure.empty() ? "a|a" : "|a");
-            EXPECT_EQ(LoadFails(failure == handler ? -990 : -984), lines);
+            lines.emplace_back(wasLoaded && factoryFails ? "a|a" : "|a");
+            EXPECT_EQ(LoadFails(-984), lines);
             EXPECT_TRUE(factoryFails || a_.values[JOB] == "factory");
         }
     }

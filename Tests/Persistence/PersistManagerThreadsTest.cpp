@@ -1,11 +1,11 @@
 // The manager on real time and several threads. What is waited for is an event, with a bound that only a failure meets.
 
-#include <future>
 #include <thread>
 
 #include <Tests/Persistence/ManagerFixture.h>
 #include <VxApi/Locker.h>
 #include <VxApi/TimeService.h>
+#include <VxTestSupport/Gate.h>
 
 using namespace std::chrono_literals;
 
@@ -20,16 +20,14 @@ class ManagerThreadsTest : public ManagerFixture
 {
 protected:
     ManagerThreadsTest() { Start(); }
-
-    static bool Happens(std::future<void> event) { return event.wait_for(bound) == std::future_status::ready; }
 };
 
 TEST_F(ManagerThreadsTest, SeveralThreadsWorkWhileTheTimersSave)
 {
-    std::promise<void> saved;
-    const auto listener = manager_->DomainPersistedEvent().Subscribe([&, done = false](PersistDomain domain) mutable {
-        if (domain == PersistDomain::WORKSPACE && !std::exchange(done, true)) {
-            saved.set_value();
+    VxTestSupport::Signal saved;
+    const auto listener = manager_->DomainPersistedEvent().Subscribe([&](PersistDomain domain) {
+        if (domain == PersistDomain::WORKSPACE) {
+            saved.Set();
         }
     });
     manager_->SaveJob("a");
@@ -55,7 +53,7 @@ TEST_F(ManagerThreadsTest, SeveralThreadsWorkWhileTheTimersSave)
             }
         });
     }
-    EXPECT_TRUE(Happens(saved.get_future()));
+    EXPECT_TRUE(saved.Await());
     stop = true;
     for (std::thread& thread : threads) {
         thread.join();
@@ -68,10 +66,10 @@ TEST_F(ManagerThreadsTest, SeveralThreadsWorkWhileTheTimersSave)
 TEST_F(ManagerThreadsTest, DestructionWaitsForASaveThatIsUnderWay)
 {
     const VxTestSupport::ScopedLogCapture log;
-    std::promise<void> entered;
+    VxTestSupport::Signal entered;
     std::atomic<bool> destroying{false};
     files_.BeforeNext(FileOp::Upload, "Global.tar", 1, [&] {
-        entered.set_value();
+        entered.Set();
         const auto end = std::chrono::steady_clock::now() + bound;
         while (log.Count("Destroying PersistManager.") == 0 && std::chrono::steady_clock::now() < end) {
             std::this_thread::yield();
@@ -80,7 +78,7 @@ TEST_F(ManagerThreadsTest, DestructionWaitsForASaveThatIsUnderWay)
     });
     a_.values[PersistDomain::GLOBAL] = "last";
     manager_->NotifyChange(a_, PersistDomain::GLOBAL);
-    ASSERT_TRUE(Happens(entered.get_future()));
+    ASSERT_TRUE(entered.Await());
     manager_.reset();
     EXPECT_TRUE(destroying);
     EXPECT_EQ(Items(*files_.Get("Global.tar"))["/A"], "last");

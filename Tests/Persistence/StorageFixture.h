@@ -2,7 +2,6 @@
 // What the tests of storage and manager stand on: a virtual system whose one node keeps its files in memory.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <Tests/Persistence/FakeHandler.h>
 #include <VxCommon/Persistence/PersistUtils.h>

@@ -6,11 +6,10 @@
 #include <vector>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <VxApi/Exception.h>
 #include <VxApi/Locker.h>
 #include <VxCommon/ProblemsManager/ProblemsManager.h>
+#include <VxTestSupport/Thrown.h>
 
 namespace VxCommonTest
 {
@@ -33,13 +32,10 @@ inline std::vector<std::string> Listed(const VxCommon::ProblemsManager& manager)
 /// "status file line function" of the exception that `action` throws.
 inline std::string Thrown(const std::function<void()>& action)
 {
-    try {
-        action();
-    } catch (const Vx::Exception& exception) {
-        return std::to_string(exception.Status()) + " " + exception.File() + " " + std::to_string(exception.Line()) +
-               " " + exception.Function();
-    }
-    return "nothing";
+    const auto exception = VxTestSupport::Caught(action);
+    return exception ? std::to_string(exception->Status()) + " " + exception->File() + " " +
+                           std::to_string(exception->Line()) + " " + exception->Function()
+                     : "nothing";
 }
 
 }  // namespace VxCommonTest

@@ -50,39 +50,24 @@ Nucleo::Status MemoryStorage::Enter(FileOp op, std::string_view name) const
     for (const auto& hook : hooks) {
         hook();
     }
-    return status;
-}
-
-void MemoryStorage::Succeeded(FileOp op, std::string_view name) const
-{
-    ++successes_[{op, std::string(name)}];
-}
-
-std::size_t MemoryStorage::Count(const Counters& counters, FileOp op, std::string_view name)
-{
-    std::size_t count = 0;
-    for (const auto& [key, value] : counters) {
-        count += key.first == op && (name.empty() || key.second == name) ? value : 0;
-    }
-    return count;
+    return status != OK || !name.empty() || op == FileOp::List ? status : ERROR_NAME;
 }
 
 std::size_t MemoryStorage::Calls(FileOp op, std::string_view name) const
 {
     const Nucleo::MutexGuard guard(mutex_);
-    return Count(calls_, op, name);
+    const auto found = calls_.find({op, std::string(name)});
+    return found != calls_.end() ? found->second : 0;
 }
 
 std::size_t MemoryStorage::Writes(std::string_view name) const
 {
     const Nucleo::MutexGuard guard(mutex_);
-    return Count(successes_, FileOp::Upload, name);
-}
-
-std::size_t MemoryStorage::Reads(std::string_view name) const
-{
-    const Nucleo::MutexGuard guard(mutex_);
-    return Count(successes_, FileOp::Download, name);
+    std::size_t count = 0;
+    for (const auto& [file, writes] : writes_) {
+        count += name.empty() || file == name ? writes : 0;
+    }
+    return count;
 }
 
 void MemoryStorage::Mark()
@@ -119,17 +104,14 @@ void MemoryStorage::Put(std::string_view name, std::string_view text)
 
 std::optional<MemoryStorage::Bytes> MemoryStorage::Get(std::string_view name) const
 {
-    const Nucleo::MutexGuard guard(mutex_);
-    const auto found = files_.find(name);
-    return found != files_.end() ? std::optional(*found->second) : std::nullopt;
+    const auto bytes = Find(name);
+    return bytes ? std::optional(*bytes) : std::nullopt;
 }
 
 void MemoryStorage::Remove(std::string_view name)
 {
     const Nucleo::MutexGuard guard(mutex_);
-    if (const auto found = files_.find(name); found != files_.end()) {
-        files_.erase(found);
-    }
+    files_.erase(std::string(name));
 }
 
 std::vector<std::string> MemoryStorage::Names() const
@@ -142,14 +124,17 @@ std::vector<std::string> MemoryStorage::Names() const
     return names;
 }
 
+std::shared_ptr<const MemoryStorage::Bytes> MemoryStorage::Find(std::string_view name) const
+{
+    const Nucleo::MutexGuard guard(mutex_);
+    const auto found = files_.find(name);
+    return found != files_.end() ? found->second : nullptr;
+}
+
 bool MemoryStorage::FileExists(std::string_view path) const
 {
     const std::string_view name = TesselLib::StorageName(path);
-    if (Enter(FileOp::Exists, name) != OK) {
-        return false;
-    }
-    const Nucleo::MutexGuard guard(mutex_);
-    return files_.find(name) != files_.end();
+    return Enter(FileOp::Exists, name) == OK && Find(name) != nullptr;
 }
 
 Nucleo::Status MemoryStorage::FileSize(std::string_view path, std::uint64_t* size) const
@@ -159,33 +144,16 @@ Nucleo::Status MemoryStorage::FileSize(std::string_view path, std::uint64_t* siz
     if (const Nucleo::Status status = Enter(FileOp::Size, name); status != OK) {
         return status;
     }
-    if (name.empty()) {
-        return ERROR_NAME;
-    }
-    const Nucleo::MutexGuard guard(mutex_);
-    const auto found = files_.find(name);
-    if (found == files_.end()) {
-        return ERROR_NOT_FOUND;
-    }
-    *size = found->second->size();
-    return OK;
+    const auto bytes = Find(name);
+    *size = bytes ? bytes->size() : 0;
+    return bytes ? OK : ERROR_NOT_FOUND;
 }
 
 Nucleo::Status MemoryStorage::Download(std::string_view path, Nucleo::Stream& stream) const
 {
     const std::string_view name = TesselLib::StorageName(path);
     const Nucleo::Status fault = Enter(FileOp::Download, name);
-    if (name.empty()) {
-        return fault != OK ? fault : ERROR_NAME;
-    }
-    std::shared_ptr<const Bytes> bytes;
-    {
-        const Nucleo::MutexGuard guard(mutex_);
-        if (const auto found = files_.find(name); found != files_.end()) {
-            bytes = found->second;
-        }
-    }
-    // The stream is the caller's: it is written without a lock.
+    const auto bytes = Find(name);
     if (fault != OK) {
         if (bytes) {
             stream.Write(bytes->data(), bytes->size() / 2);
@@ -195,15 +163,8 @@ Nucleo::Status MemoryStorage::Download(std::string_view path, Nucleo::Stream& st
     if (!bytes) {
         return ERROR_NOT_FOUND;
     }
-    Nucleo::Status status = stream.Reserve(bytes->size());
-    if (status == OK) {
-        status = stream.Write(bytes->data(), bytes->size());
-    }
-    if (status == OK) {
-        const Nucleo::MutexGuard guard(mutex_);
-        Succeeded(FileOp::Download, name);
-    }
-    return status;
+    const Nucleo::Status status = stream.Reserve(bytes->size());
+    return status == OK ? stream.Write(bytes->data(), bytes->size()) : status;
 }
 
 Nucleo::Status MemoryStorage::Upload(std::string_view path, const std::uint8_t* data, std::uint64_t size)
@@ -212,16 +173,12 @@ Nucleo::Status MemoryStorage::Upload(std::string_view path, const std::uint8_t* 
     if (const Nucleo::Status status = Enter(FileOp::Upload, name); status != OK) {
         return status;
     }
-    if (name.empty()) {
-        return ERROR_NAME;
-    }
     if (data == nullptr && size != 0) {
         return ERROR_PARAMETER;
     }
-    auto bytes = size != 0 ? std::make_shared<const Bytes>(data, data + size) : std::make_shared<const Bytes>();
+    Put(name, size != 0 ? Bytes(data, data + size) : Bytes());
     const Nucleo::MutexGuard guard(mutex_);
-    files_[std::string(name)] = std::move(bytes);
-    Succeeded(FileOp::Upload, name);
+    ++writes_[std::string(name)];
     return OK;
 }
 
@@ -231,16 +188,8 @@ Nucleo::Status MemoryStorage::Delete(std::string_view path)
     if (const Nucleo::Status status = Enter(FileOp::Delete, name); status != OK) {
         return status;
     }
-    if (name.empty()) {
-        return ERROR_NAME;
-    }
     const Nucleo::MutexGuard guard(mutex_);
-    const auto found = files_.find(name);
-    if (found == files_.end()) {
-        return ERROR_NOT_FOUND;
-    }
-    files_.erase(found);
-    return OK;
+    return files_.erase(std::string(name)) != 0 ? OK : ERROR_NOT_FOUND;
 }
 
 Nucleo::Status MemoryStorage::List(std::string_view directory, std::vector<std::string>* names) const

@@ -4,7 +4,6 @@
 #include <bit>
 #include <cctype>
 #include <cstring>
-#include <limits>
 #include <string>
 #include <vector>
 
@@ -13,10 +12,12 @@
 #include <Nucleo/Serializer.h>
 #include <VxCommon/VcStatistics/VcDistribution.h>
 #include <VxTestSupport/FailingAllocator.h>
+#include <VxTestSupport/Streams.h>
 
 using namespace Nucleo::Statuses;
 using Nucleo::Status;
 using Nucleo::Version;
+using VxTestSupport::PieceStream;
 
 namespace
 {
@@ -46,41 +47,6 @@ const Nucleo::Assembly& Types()
     }();
     return *assembly;
 }
-
-/// Gives at most `piece` bytes more than it must, does not know its length, and fails at a chosen byte.
-class PieceStream final : public Nucleo::Stream
-{
-public:
-    explicit PieceStream(std::string content, std::size_t piece = 0,
-                         std::size_t failsAt = std::numeric_limits<std::size_t>::max())
-        : content_(std::move(content)), piece_(piece), failsAt_(failsAt)
-    {}
-    Status Read(void* buffer, std::size_t minimum, std::size_t maximum, std::size_t* count) override
-    {
-        EXPECT_FALSE(failed_) << "reading goes on after a failure";
-        *count = std::min({maximum, minimum + piece_, content_.size() - position_});
-        std::memcpy(buffer, content_.data() + position_, *count);
-        position_ += *count;
-        failed_ = position_ > failsAt_ || *count < minimum;
-        return position_ > failsAt_ ? ERROR_IO : failed_ ? ERROR_END : OK;
-    }
-    Status Write(const void* data, std::size_t size) override
-    {
-        EXPECT_FALSE(failed_) << "writing goes on after a failure";
-        failed_ = content_.size() + size > failsAt_;
-        content_.append(static_cast<const char*>(data), failed_ ? 0 : size);
-        return failed_ ? ERROR_DISK_FULL : OK;
-    }
-    const std::string& Content() const { return content_; }
-    std::size_t Position() const { return position_; }
-
-private:
-    std::string content_;
-    std::size_t piece_;
-    std::size_t failsAt_;
-    std::size_t position_ = 0;
-    bool failed_ = false;
-};
 
 template <class T>
 Status Write(Nucleo::Stream& stream, std::string_view format, Version version, bool swap, const std::vector<T>& items)
@@ -113,9 +79,7 @@ Status Read(Nucleo::Stream& stream, Nucleo::Handle<Nucleo::ArrayList<T>>& list, 
 Status StatusOf(const std::string& bytes, std::string* name = nullptr)
 {
     VxTestSupport::FailingAllocator allocator;
-    Nucleo::Handle<Nucleo::MemoryStream> memory;
-    EXPECT_EQ(Nucleo::MemoryStream_Construct(memory.Receive()), OK);
-    EXPECT_EQ(memory->Attach(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()), OK);
+    const auto memory = VxTestSupport::StreamOf(bytes);
     Nucleo::Handle<List> list;
     const Status status = Read(*memory, list, &allocator);
     EXPECT_TRUE(status == OK || allocator.Allocations() == 0);

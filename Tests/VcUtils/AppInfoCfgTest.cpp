@@ -1,9 +1,9 @@
 #include <gmock/gmock.h>
 
-#include <VxApi/Exception.h>
 #include <VxCommon/AppInfoCfg/AppInfoCfg.h>
-#include <VxTestSupport/FailingAllocator.h>
+#include <VxTestSupport/AllocationSweep.h>
 #include <VxTestSupport/ScopedDefaultAllocator.h>
+#include <VxTestSupport/Thrown.h>
 
 using namespace Nucleo::Statuses;
 
@@ -24,16 +24,15 @@ AppInfoCfg Info(const std::string& version, const std::string& type)
 template <class Action>
 std::string Failure(Action action)
 {
-    try {
-        action();
+    const auto exception = VxTestSupport::Caught(action);
+    if (!exception) {
         return "";
-    } catch (const Vx::Exception& exception) {
-        EXPECT_EQ(exception.File(), "AppInfoCfg/AppInfoCfg");
-        const std::string scope = "VxCommon::AppInfoCfg::";
-        EXPECT_EQ(exception.Function().substr(0, scope.size()), scope);
-        return exception.Function().substr(scope.size()) + " " + std::to_string(exception.Line()) + " " +
-               std::to_string(exception.Status());
     }
+    EXPECT_EQ(exception->File(), "AppInfoCfg/AppInfoCfg");
+    const std::string scope = "VxCommon::AppInfoCfg::";
+    EXPECT_EQ(exception->Function().substr(0, scope.size()), scope);
+    return exception->Function().substr(scope.size()) + " " + std::to_string(exception->Line()) + " " +
+           std::to_string(exception->Status());
 }
 
 TEST(AppInfoCfgTest, WritesWhatItReads)
@@ -94,19 +93,15 @@ TEST(AppInfoCfgTest, MemoryFailuresAreReportedAtTheirStep)
 {
     const auto bytes = Info("1", "2").Write();
     std::vector<std::string> failures;
-    for (int n = 0; n < 2; ++n) {
-        VxTestSupport::FailingAllocator allocator(n);
-        const VxTestSupport::ScopedDefaultAllocator scope(allocator);
-        failures.push_back(Failure([] { Info("1", "2").Write(); }));
-        EXPECT_EQ(allocator.Live(), 0);
+    const std::function<void()> actions[] = {[] { Info("1", "2").Write(); }, [&] { AppInfoCfg().Read(bytes); }};
+    for (const auto& action : actions) {
+        VxTestSupport::SweepFailures([&](VxTestSupport::FailingAllocator& allocator) {
+            const VxTestSupport::ScopedDefaultAllocator scope(allocator);
+            failures.push_back(Failure(action));
+        });
     }
-    for (int n = 0; n < 2; ++n) {
-        VxTestSupport::FailingAllocator allocator(n);
-        const VxTestSupport::ScopedDefaultAllocator scope(allocator);
-        failures.push_back(Failure([&] { AppInfoCfg().Read(bytes); }));
-        EXPECT_EQ(allocator.Live(), 0);
-    }
-    EXPECT_THAT(failures, testing::ElementsAre("Write 30 -996", "Write 31 -996", "Read 44 -996", "Read 45 -996"));
+    EXPECT_THAT(failures,
+                testing::ElementsAre("Write 30 -996", "Write 31 -996", "", "Read 44 -996", "Read 45 -996", ""));
 }
 
 }  // namespace

@@ -108,8 +108,7 @@ TEST_F(StudioAppCfgTest, SavingPassesOverWhatOthersLeftBesideTheFile)
         std::ofstream(file_.string() + "." + std::to_string(::getpid()) + "-" + std::to_string(number) + ".tmp") << "x";
     }
     StudioAppCfg().Save(file_);
-    const auto inFolder = std::distance(std::filesystem::directory_iterator(file_.parent_path()), {});
-    EXPECT_EQ(inFolder, 201);
+    EXPECT_EQ(FilesInFolder(), 201U);
 }
 
 TEST_F(StudioAppCfgTest, DamageInAnyElementIsRefusedByItsName)

@@ -64,21 +64,21 @@ ConfigList List(const std::vector<std::string>& texts)
 
 TEST(VcUtilsTest, MasksAreOnesThenZerosAndSomeOfEach)
 {
-    const auto bytesAreValid = [](std::uint32_t mask) {
+    const auto isValid = [](std::uint32_t mask) {
         const std::uint8_t bytes[] = {static_cast<std::uint8_t>(mask >> 24), static_cast<std::uint8_t>(mask >> 16),
                                       static_cast<std::uint8_t>(mask >> 8), static_cast<std::uint8_t>(mask)};
-        return VcUtils_ValidateSubnetMask(bytes);
+        const bool valid = VcUtils_ValidateSubnetMaskValue32u(mask);
+        EXPECT_EQ(VcUtils_ValidateSubnetMask(bytes), valid);
+        return valid;
     };
     for (int ones = 0; ones <= 32; ++ones) {
         const auto mask = static_cast<std::uint32_t>(0xFFFFFFFFULL << (32 - ones));
-        EXPECT_EQ(VcUtils_ValidateSubnetMaskValue32u(mask), ones >= 1 && ones <= 31) << ones;
-        EXPECT_EQ(bytesAreValid(mask), ones >= 1 && ones <= 31) << ones;
-        for (int bit = 0; bit < 32;
-             ++bit) {  // One wrong bit leaves a mask only next to the edge between ones and zeros.
+        EXPECT_EQ(isValid(mask), ones >= 1 && ones <= 31) << ones;
+        // One wrong bit leaves a mask only next to the edge between ones and zeros.
+        for (int bit = 0; bit < 32; ++bit) {
             const std::uint32_t other = mask ^ (0x80000000U >> bit);
             const bool valid = other != 0 && other != 0xFFFFFFFF && (bit == ones || bit == ones - 1);
-            EXPECT_EQ(VcUtils_ValidateSubnetMaskValue32u(other), valid) << ones << " " << bit;
-            EXPECT_EQ(bytesAreValid(other), valid) << ones << " " << bit;
+            EXPECT_EQ(isValid(other), valid) << ones << " " << bit;
         }
     }
 }
@@ -323,59 +323,50 @@ TEST(VcUtilsTest, ScaledNumbersAtTheirEdges)
     constexpr std::int32_t no32 = std::numeric_limits<std::int32_t>::min();
     constexpr std::int64_t no64 = std::numeric_limits<std::int64_t>::min();
     const double end = std::ldexp(1.0, 63);
-    const struct
+    struct Case
     {
         double value;
         double scale;
-        std::int32_t output32;
-        bool invalid32;
-        std::int64_t output64;
-        bool invalid64;
-    } cases[] = {
-        {none, 1000, no32, false, no64, false},
-        {none, 0, no32, false, no64, false},
-        {std::nextafter(none, 0), 1, no32, true, no64, true},
-        {-none, 1, no32, true, no64, true},
-        {-none, 2, no32, true, no64, true},
-        {std::nan(""), 1, no32, true, no64, true},
-        {1, std::nan(""), no32, true, no64, true},
-        {infinite, 1, no32, true, no64, true},
-        {-infinite, 1, no32, true, no64, true},
-        {infinite, 0, no32, true, no64, true},
-        {-0.0, 1, 0, false, 0, false},
-        {0.5, 1, 1, false, 1, false},
-        {-0.5, 1, -1, false, -1, false},
-        {0.25, 1, 0, false, 0, false},
-        {-2.5, 1, -3, false, -3, false},
-        {2.5, 1, 3, false, 3, false},
-        {1.2345, 1000, 1235, false, 1235, false},
-        {-1.2344, 1000, -1234, false, -1234, false},
-        {3.0e9, 1, no32, true, 3'000'000'000, false},
-        {2147483647.4, 1, 2147483647, false, 2147483647, false},
-        {2147483647.5, 1, no32, true, 2147483648, false},
-        {-2147483648.4, 1, no32, false, -2147483648LL, false},
-        {-2147483648.5, 1, no32, true, -2147483649LL, false},
-        {end, 1, no32, true, no64, true},
-        {std::nextafter(end, 0), 1, no32, true, 9223372036854774784, false},
-        {-end, 1, no32, true, no64, false},
-        {std::nextafter(-end, -infinite), 1, no32, true, no64, true},
+        std::optional<std::int32_t> output32;  // None: invalid.
+        std::optional<std::int64_t> output64;
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.value << " * " << c.scale);
+    const Case cases[] = {
+        {none, 1000, no32, no64},
+        {std::nextafter(none, 0), 1, {}, {}},
+        {-none, 1, {}, {}},
+        {std::nan(""), 1, {}, {}},
+        {infinite, 0, {}, {}},
+        {-infinite, 1, {}, {}},
+        {0.5, 1, 1, 1},
+        {-2.5, 1, -3, -3},
+        {0.25, 1, 0, 0},
+        {1.2345, 1000, 1235, 1235},
+        {3.0e9, 1, {}, 3'000'000'000},
+        {2147483647.4, 1, 2147483647, 2147483647},
+        {2147483647.5, 1, {}, 2147483648},
+        {-2147483648.4, 1, no32, -2147483648LL},
+        {-2147483648.5, 1, {}, -2147483649LL},
+        {end, 1, {}, {}},
+        {std::nextafter(end, 0), 1, {}, 9223372036854774784},
+        {-end, 1, {}, no64},
+        {std::nextafter(-end, -infinite), 1, {}, {}},
+    };
+    for (const auto& [value, scale, expected32, expected64] : cases) {
+        SCOPED_TRACE(testing::Message() << value << " * " << scale);
         std::int32_t output32 = 7;
         std::int64_t output64 = 7;
-        bool invalid = !c.invalid32;
-        EXPECT_EQ(VcUtils_Output32s(c.value, c.scale, &output32, &invalid), OK);
-        EXPECT_EQ(output32, c.output32);
-        EXPECT_EQ(invalid, c.invalid32);
-        invalid = !c.invalid64;
-        EXPECT_EQ(VcUtils_Output64s(c.value, c.scale, &output64, &invalid), OK);
-        EXPECT_EQ(output64, c.output64);
-        EXPECT_EQ(invalid, c.invalid64);
-        output64 = 7;
-        EXPECT_EQ(VcUtils_Output64s(c.value, c.scale, &output64, nullptr), OK);
-        EXPECT_EQ(output64, c.output64);
+        bool invalid = expected32.has_value();
+        EXPECT_EQ(VcUtils_Output32s(value, scale, &output32, &invalid), OK);
+        EXPECT_EQ(output32, expected32.value_or(no32));
+        EXPECT_EQ(invalid, !expected32);
+        invalid = expected64.has_value();
+        EXPECT_EQ(VcUtils_Output64s(value, scale, &output64, &invalid), OK);
+        EXPECT_EQ(output64, expected64.value_or(no64));
+        EXPECT_EQ(invalid, !expected64);
     }
+    std::int64_t output64 = 7;
+    EXPECT_EQ(VcUtils_Output64s(2.5, 1, &output64, nullptr), OK);
+    EXPECT_EQ(output64, 3);
     EXPECT_TRUE(VcUtils_CanRoundTo64Bit(-end));
     EXPECT_FALSE(VcUtils_CanRoundTo64Bit(end));
     EXPECT_FALSE(VcUtils_CanRoundTo64Bit(std::nan("")));

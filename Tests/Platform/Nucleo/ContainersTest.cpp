@@ -9,30 +9,17 @@
 #include <Nucleo/RingList.h>
 #include <Nucleo/String.h>
 #include <Nucleo/StringSet.h>
-#include <VxTestSupport/FailingAllocator.h>
+#include <VxTestSupport/AllocationSweep.h>
 
 using namespace Nucleo::Statuses;
 using Nucleo::HealthProbe;
 using VxTestSupport::FailingAllocator;
+using VxTestSupport::SweepFailures;
 
 namespace
 {
 
 const std::string longText(100, 'x');
-
-// Runs `use` with an allocator of which each allocation fails in turn.
-template <class Use>
-void SweepFailures(Use use)
-{
-    for (int failing = 0;; ++failing) {
-        FailingAllocator allocator(failing);
-        use(allocator);
-        ASSERT_EQ(allocator.Live(), 0) << failing;
-        if (!allocator.Failed()) {
-            break;
-        }
-    }
-}
 
 TEST(ContainersTest, AStringSetIsUnchangedByAnAdditionThatFindsNoMemory)
 {

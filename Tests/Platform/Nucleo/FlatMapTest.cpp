@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <Nucleo/FlatMap.h>
-#include <VxTestSupport/FailingAllocator.h>
+#include <VxTestSupport/AllocationSweep.h>
 
 using namespace Nucleo::Statuses;
 using VxTestSupport::FailingAllocator;
@@ -105,27 +105,20 @@ TEST(FlatMapTest, FindsKeysThatWereChosenToMeetInOneSlot)
 
 TEST(FlatMapTest, IsUnchangedByAnAdditionThatFindsNoMemory)
 {
-    for (int failing = 0;; ++failing) {
-        FailingAllocator allocator(failing);
-        {
-            Map map(allocator);
-            Model model;
-            for (std::uint64_t key = 0; key < 40; ++key) {
-                int* there = nullptr;
-                if (map.Add(key, 1, &there) != OK) {
-                    ASSERT_EQ(there, nullptr);
-                    ASSERT_NO_FATAL_FAILURE(ExpectSame(map, model, 40));
-                    ASSERT_EQ(map.Add(key, 1, &there), OK);
-                }
-                model.emplace_back(key, 1);
+    VxTestSupport::SweepFailures([](FailingAllocator& allocator) {
+        Map map(allocator);
+        Model model;
+        for (std::uint64_t key = 0; key < 40; ++key) {
+            int* there = nullptr;
+            if (map.Add(key, 1, &there) != OK) {
+                ASSERT_EQ(there, nullptr);
+                ASSERT_NO_FATAL_FAILURE(ExpectSame(map, model, 40));
+                ASSERT_EQ(map.Add(key, 1, &there), OK);
             }
-            ASSERT_NO_FATAL_FAILURE(ExpectSame(map, model, 40));
+            model.emplace_back(key, 1);
         }
-        ASSERT_EQ(allocator.Live(), 0);
-        if (!allocator.Failed()) {
-            break;
-        }
-    }
+        ASSERT_NO_FATAL_FAILURE(ExpectSame(map, model, 40));
+    });
 }
 
 }  // namespace

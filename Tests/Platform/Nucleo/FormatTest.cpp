@@ -93,26 +93,14 @@ TEST(FormatTest, PrintsIntoABufferWhatFitsWhole)
     }
 }
 
-template <class T>
-void ExpectFormatted(T value, const std::string& expected)
+TEST(FormatTest, FormatsNumbersIntoTheRoomThatThereIs)
 {
-    char buffer[32];
-    EXPECT_EQ(Nucleo::FormatNumber(value, buffer, expected.size() + 1), OK);
-    EXPECT_EQ(buffer, expected);
-    EXPECT_EQ(Nucleo::FormatNumber(value, buffer, expected.size()), ERROR_CAPACITY);
-    EXPECT_EQ(buffer[0], '\0');
-    EXPECT_EQ(Nucleo::FormatNumber(value, nullptr, 0), ERROR_CAPACITY);
-}
-
-TEST(FormatTest, FormatsNumbers)
-{
-    ExpectFormatted(INT32_MIN, "-2147483648");
-    ExpectFormatted(UINT32_MAX, "4294967295");
-    ExpectFormatted(INT64_MIN, "-9223372036854775808");
-    ExpectFormatted(UINT64_MAX, "18446744073709551615");
-    ExpectFormatted(0.1, "0.1");
-    ExpectFormatted(1e20, "1e+20");
-    ExpectFormatted(static_cast<double>(INFINITY), "inf");
+    char buffer[21];
+    EXPECT_EQ(Nucleo::FormatNumber(INT64_MIN, buffer, sizeof buffer), OK);
+    EXPECT_STREQ(buffer, "-9223372036854775808");
+    EXPECT_EQ(Nucleo::FormatNumber(INT64_MIN, buffer, 20), ERROR_CAPACITY);
+    EXPECT_STREQ(buffer, "");
+    EXPECT_EQ(Nucleo::FormatNumber(0.1, nullptr, 0), ERROR_CAPACITY);
 }
 
 }  // namespace

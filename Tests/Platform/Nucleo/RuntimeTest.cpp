@@ -1,5 +1,6 @@
 #include <atomic>
 #include <thread>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -98,21 +99,14 @@ TEST(PathTest, CombinesAndCutsWithinTheRoomThatThereIs)
     EXPECT_EQ(Nucleo::Path_Combine(buffer, sizeof buffer, "/user", std::string_view("a\0b", 3), &length), OK);
     EXPECT_EQ(length, 9U);
 
-    struct Case
-    {
-        const char* name;
-        Nucleo::Status status;
-        const char* extension;
-        const char* stripped;
-    };
-    for (const Case& c :
-         {Case{"a.vpjob", OK, "vpjob", "a"}, Case{"a.b.c", OK, "c", "a.b"}, Case{".vpjob", OK, "vpjob", ""},
-          Case{"none", ERROR_NOT_FOUND, "", "none"}, Case{"a.", OK, "", "a"}}) {
+    for (const auto& [name, extension, stripped] :
+         {std::tuple{"a.b.c", "c", "a.b"}, {".vpjob", "vpjob", ""}, {"none", "", "none"}, {"a.", "", "a"}}) {
         buffer[0] = '\0';
-        EXPECT_EQ(Nucleo::Path_Extension(buffer, sizeof buffer, c.name, &length), c.status) << c.name;
-        EXPECT_STREQ(buffer, c.extension) << c.name;
-        EXPECT_EQ(Nucleo::Path_StripExtension(buffer, sizeof buffer, c.name, &length), OK) << c.name;
-        EXPECT_STREQ(buffer, c.stripped) << c.name;
+        const bool none = std::string_view(name) == "none";
+        EXPECT_EQ(Nucleo::Path_Extension(buffer, sizeof buffer, name, &length), none ? ERROR_NOT_FOUND : OK) << name;
+        EXPECT_STREQ(buffer, extension) << name;
+        EXPECT_EQ(Nucleo::Path_StripExtension(buffer, sizeof buffer, name, &length), OK) << name;
+        EXPECT_STREQ(buffer, stripped) << name;
     }
     EXPECT_EQ(Nucleo::Path_Extension(buffer, 4, "a.long", &length), ERROR_CAPACITY);
 }

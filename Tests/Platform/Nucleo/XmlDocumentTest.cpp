@@ -2,7 +2,6 @@
 #include <vector>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <Nucleo/XmlDocument.h>
 
@@ -52,62 +51,25 @@ TEST(XmlDocument, ReadsElementsTextsAndAttributes)
 
 TEST(XmlDocument, RefusesWhatIsNotOneWellFormedDocument)
 {
-    const std::vector<std::string> texts = {"",
-                                            " ",
-                                            "text",
-                                            "<a>",
-                                            "</a>",
-                                            "<a></b>",
-                                            "<a/><b/>",
-                                            "<a/>text",
-                                            "text<a/>",
-                                            "&amp;<a/>",
-                                            "<a/>&#32;",
-                                            "<![CDATA[x]]><a/>",
-                                            "<a",
-                                            "<a b",
-                                            "<a b=",
-                                            "<a b='",
-                                            "<a b=c/>",
-                                            "<a b='1' b='2'/>",
-                                            "<a b='1'c='2'/>",
-                                            "<a b='<'/>",
-                                            "<1/>",
-                                            "< a/>",
-                                            "<a>&b;</a>",
-                                            "<a>& </a>",
-                                            "<a>&amp</a>",
-                                            "<a>&#0;</a>",
-                                            "<a>&#1;</a>",
-                                            "<a>&#xD800;</a>",
-                                            "<a>&#xFFFE;</a>",
-                                            "<a>&#x110000;</a>",
-                                            "<a>&#4294967361;</a>",
-                                            "<a>&#-65;</a>",
-                                            "<a>&#x;</a>",
-                                            "<a b='&c;'/>",
-                                            "<a>]]></a>",
-                                            "<a><!--b--c--></a>",
-                                            "<!-- <a/>",
-                                            "<a><![CDATA[</a>",
-                                            "<a/><?p",
-                                            "<a/><?xml version='1.0'?>",
-                                            "<? p?><a/>",
-                                            "<!DOCTYPE a><a/>",
-                                            "<!DOCTYPE a [<!ENTITY b 'c'>]><a>&b;</a>",
-                                            "<a><!ELEMENT a ANY></a>",
-                                            std::string("<a>\0</a>", 8),
-                                            "<a>\x01</a>",
-                                            "<a b='\x1F'/>",
-                                            "<a>\x80</a>",
-                                            "<a>\xC0\x80</a>",
-                                            "<a>\xE0\x9F\xBF</a>",
-                                            "<a>\xF0\x8F\xBF\xBD</a>",
-                                            "<a>\xED\xA0\x80</a>",
-                                            "<a>\xF4\x90\x80\x80</a>",
-                                            "<a>\xE2\x82</a>",
-                                            "<a>\xEF\xBF\xBE</a>",
-                                            "<\xFF/>"};
+    using namespace std::string_literals;
+    const std::vector<std::string> texts{
+        // Not one element.
+        ""s, " "s, "text"s, "<a>"s, "</a>"s, "<a></b>"s, "<a/><b/>"s, "<a/>text"s, "text<a/>"s, "&amp;<a/>"s,
+        "<a/>&#32;"s, "<![CDATA[x]]><a/>"s, "<a"s, "<1/>"s, "< a/>"s,
+        // Attributes.
+        "<a b"s, "<a b="s, "<a b='"s, "<a b=c/>"s, "<a b='1' b='2'/>"s, "<a b='1'c='2'/>"s, "<a b='<'/>"s,
+        // References.
+        "<a>&b;</a>"s, "<a>& </a>"s, "<a>&amp</a>"s, "<a>&#0;</a>"s, "<a>&#1;</a>"s, "<a>&#xD800;</a>"s,
+        "<a>&#xFFFE;</a>"s, "<a>&#x110000;</a>"s, "<a>&#4294967361;</a>"s, "<a>&#-65;</a>"s, "<a>&#x;</a>"s,
+        "<a b='&c;'/>"s,
+        // Other markup.
+        "<a>]]></a>"s, "<a><!--b--c--></a>"s, "<!-- <a/>"s, "<a><![CDATA[</a>"s, "<a/><?p"s,
+        "<a/><?xml version='1.0'?>"s, "<? p?><a/>"s, "<!DOCTYPE a><a/>"s, "<!DOCTYPE a [<!ENTITY b 'c'>]><a>&b;</a>"s,
+        "<a><!ELEMENT a ANY></a>"s,
+        // Characters that are none, or not UTF-8.
+        "<a>\0</a>"s, "<a>\x01</a>"s, "<a b='\x1F'/>"s, "<a>\x80</a>"s, "<a>\xC0\x80</a>"s, "<a>\xE0\x9F\xBF</a>"s,
+        "<a>\xF0\x8F\xBF\xBD</a>"s, "<a>\xED\xA0\x80</a>"s, "<a>\xF4\x90\x80\x80</a>"s, "<a>\xE2\x82</a>"s,
+        "<a>\xEF\xBF\xBE</a>"s, "<\xFF/>"s};
     XmlDocument document;
     for (const std::string& text : texts) {
         ASSERT_EQ(document.Parse("<before/>"), OK);
@@ -139,30 +101,22 @@ TEST(XmlDocument, KeepsItsLimitsExactly)
 
 TEST(XmlDocument, WhatIsSetComesBackOrIsReplaced)
 {
-    struct Case
-    {
-        std::string set;
-        std::string read;
-    };
     const std::string bad = "\xEF\xBF\xBD";
-    const std::vector<Case> cases = {{"", ""},
-                                     {"  ", "  "},
-                                     {"\n \t", "\n \t"},
-                                     {"a\rb\r\nc\r", "a\rb\r\nc\r"},
-                                     {"<a>&amp;\"']]>", "<a>&amp;\"']]>"},
-                                     {"\x7F\xC2\x85\xF0\x9F\x98\x80", "\x7F\xC2\x85\xF0\x9F\x98\x80"},
-                                     {std::string("a\0b", 3), "a" + bad + "b"},
-                                     {"\x1B[0m", bad + "[0m"},
-                                     {"x\xFFy\xC3", "x" + bad + "y" + bad},
-                                     {"\xEF\xBF\xBF", bad + bad + bad}};
-    for (const Case& item : cases) {
+    std::vector<std::pair<std::string, std::string>> cases = {{std::string("a\0b", 3), "a" + bad + "b"},
+                                                              {"\x1B[0m", bad + "[0m"},
+                                                              {"x\xFFy\xC3", "x" + bad + "y" + bad},
+                                                              {"\xEF\xBF\xBF", bad + bad + bad}};
+    for (const char* same : {"", "  ", "\n \t", "a\rb\r\nc\r", "<a>&amp;\"']]>", "\x7F\xC2\x85\xF0\x9F\x98\x80"}) {
+        cases.emplace_back(same, same);
+    }
+    for (const auto& [set, read] : cases) {
         XmlDocument document;
         const XmlNode root = document.CreateRoot("r");
-        ASSERT_EQ(document.SetText(document.AddChild(root, "t"), item.set), OK);
-        ASSERT_EQ(document.SetAttribute(root, "v", item.set), OK);
+        ASSERT_EQ(document.SetText(document.AddChild(root, "t"), set), OK);
+        ASSERT_EQ(document.SetAttribute(root, "v", set), OK);
         ASSERT_EQ(document.Parse(document.ToText()), OK) << document.ToText();
-        EXPECT_EQ(document.Text(document.Child(document.Root(), "t")), item.read);
-        EXPECT_EQ(document.Attribute(document.Root(), "v"), item.read);
+        EXPECT_EQ(document.Text(document.Child(document.Root(), "t")), read);
+        EXPECT_EQ(document.Attribute(document.Root(), "v"), read);
     }
 }
 

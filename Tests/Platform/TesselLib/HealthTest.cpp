@@ -1,6 +1,5 @@
 // Health messages: what the decoder takes, and how the virtual system delivers them.
 
-#include <atomic>
 #include <chrono>
 #include <functional>
 #include <future>
@@ -11,7 +10,8 @@
 
 #include <gmock/gmock.h>
 
-#include <VxTestSupport/FailingAllocator.h>
+#include <VxTestSupport/AllocationSweep.h>
+#include <VxTestSupport/Gate.h>
 #include <VxTestSupport/LogCapture.h>
 #include <VxTestSupport/TestSystem.h>
 
@@ -110,28 +110,22 @@ TEST(HealthMessageTest, RefusesWhatDoesNotFitBeforeTakingMemory)
     Handle<HealthMessage> largest;
     EXPECT_EQ(HealthMessage::Decode(largest.Receive(), Message(1, 65'536, 65'536 * std::size_t{80}), nullptr), OK);
 
-    for (int failing = 0;; ++failing) {
-        FailingAllocator allocator(failing);
+    VxTestSupport::SweepFailures([&](FailingAllocator& allocator) {
         Handle<HealthMessage> message;
         const Nucleo::Status status = HealthMessage::Decode(message.Receive(), whole, &allocator);
-        if (!allocator.Failed()) {
-            EXPECT_EQ(status, OK);
-            break;
-        }
-        EXPECT_EQ(status, ERROR_MEMORY);
-        EXPECT_EQ(allocator.Live(), 0);
-    }
+        EXPECT_EQ(status, allocator.Failed() ? ERROR_MEMORY : OK);
+    });
 }
 
 TEST(HealthMessageTest, HoldsOnlyRecordsAndNotTooMany)
 {
     Handle<HealthMessage> message;
     Handle<ArrayList<std::int32_t>> numbers;
-    ASSERT_EQ(ArrayList<std::int32_t>::Make(numbers.Receive(), 0, nullptr), OK);
-    EXPECT_EQ(HealthMessage::Make(message.Receive(), 1, *numbers, nullptr), ERROR_PARAMETER);
     Handle<ArrayList<InputEvent>> events;
+    ASSERT_EQ(ArrayList<std::int32_t>::Make(numbers.Receive(), 0, nullptr), OK);
     ASSERT_EQ(ArrayList<InputEvent>::Make(events.Receive(), 0, nullptr), OK);
     ASSERT_EQ(events->Resize(HealthMessage::MaxItems + 1), OK);
+    EXPECT_EQ(HealthMessage::Make(message.Receive(), 1, *numbers, nullptr), ERROR_PARAMETER);
     EXPECT_EQ(HealthMessage::Make(message.Receive(), 1, *events, nullptr), ERROR_LIMIT);
     EXPECT_EQ(events->References(), 1);
 }
@@ -156,13 +150,14 @@ protected:
     static constexpr std::uint32_t localId = TestSystem::localId;
     static constexpr std::uint32_t otherId = 77;  // No node of the system.
 
-    Nucleo::Status Inject(std::uint32_t source)
+    Nucleo::Status Inject(std::uint32_t source) { return Inject(source, test.System()); }
+    Nucleo::Status Inject(std::uint32_t source, TesselLib::System& into)
     {
         Handle<ArrayList<HealthStatistic>> list;
         Handle<HealthMessage> message;
         EXPECT_EQ(ArrayList<HealthStatistic>::Make(list.Receive(), 0, nullptr), OK);
         EXPECT_EQ(HealthMessage::Make(message.Receive(), source, *list, &allocator), OK);
-        return VirtualSystem_InjectHealth(test.System(), *message);
+        return VirtualSystem_InjectHealth(into, *message);
     }
     void Flush() { ASSERT_EQ(VirtualSystem_FlushHealth(test.System(), 30s), OK); }
 
@@ -216,25 +211,23 @@ TEST_F(HealthStreamTest, ANodesStreamFailsWithTheNode)
 TEST_F(HealthStreamTest, AFullQueueDropsWhatComesAndSaysSo)
 {
     VxTestSupport::ScopedLogCapture log;
-    std::promise<void> entered;
-    std::promise<void> leave;
+    VxTestSupport::Gate gate;
     Receiver receiver{[&, first = true]() mutable {
         if (std::exchange(first, false)) {
-            entered.set_value();
-            leave.get_future().wait_for(30s);
+            gate.Pass();
         }
     }};
     ASSERT_EQ(system.SetHealthHandler(Receiver::Handle, &receiver), OK);
     ASSERT_EQ(system.OpenHealthStream(), OK);
     ASSERT_EQ(Inject(localId), OK);
-    ASSERT_EQ(entered.get_future().wait_for(30s), std::future_status::ready);
+    ASSERT_TRUE(gate.entered.Await());
     EXPECT_EQ(VirtualSystem_FlushHealth(system, 0ms), ERROR_BUSY);
     for (std::size_t i = 0; i < TesselLib::VirtualHealthQueue; ++i) {
         ASSERT_EQ(Inject(localId), OK);
     }
     EXPECT_EQ(Inject(otherId), ERROR_CAPACITY);
     EXPECT_EQ(Inject(localId), ERROR_CAPACITY);
-    leave.set_value();
+    gate.open.Set();
     Flush();
     EXPECT_EQ(receiver.sources.size(), TesselLib::VirtualHealthQueue + 1);
     EXPECT_EQ(log.Count("The queue of health messages is full: they are dropped, the first from node 77."), 1);
@@ -245,28 +238,22 @@ TEST_F(HealthStreamTest, AFullQueueDropsWhatComesAndSaysSo)
 
 TEST_F(HealthStreamTest, ClearingWaitsForARunningCallAndDropsTheRest)
 {
-    std::promise<void> entered;
-    std::promise<void> leave;
-    std::atomic<bool> left{false};
-    Receiver receiver{[&] {
-        entered.set_value();
-        leave.get_future().wait_for(30s);
-        left = true;
-    }};
+    VxTestSupport::Gate gate;
+    Receiver receiver{[&] { gate.Pass(); }};
     ASSERT_EQ(system.SetHealthHandler(Receiver::Handle, &receiver), OK);
     ASSERT_EQ(test.Node().OpenHealthStream(), OK);
     ASSERT_EQ(Inject(localId), OK);
-    ASSERT_EQ(entered.get_future().wait_for(30s), std::future_status::ready);
+    ASSERT_TRUE(gate.entered.Await());
     ASSERT_EQ(Inject(localId), OK);
     auto clear = std::async(std::launch::async, [&] {
         EXPECT_EQ(system.SetHealthHandler(nullptr, nullptr), OK);
-        return left.load();
+        return gate.left.load();
     });
     const auto deadline = std::chrono::steady_clock::now() + 30s;
     while (Inject(localId) != ERROR_STATE && std::chrono::steady_clock::now() < deadline) {
         std::this_thread::yield();
     }
-    leave.set_value();
+    gate.open.Set();
     EXPECT_TRUE(clear.get());
     EXPECT_EQ(receiver.sources.size(), 1U);
     EXPECT_EQ(allocator.Live(), 0);
@@ -287,12 +274,8 @@ TEST_F(HealthStreamTest, ASystemMayGoWhileMessagesWait)
         TestSystem going;
         ASSERT_EQ(going.System().SetHealthHandler(Receiver::Handle, &receiver), OK);
         ASSERT_EQ(going.System().OpenHealthStream(), OK);
-        Handle<ArrayList<InputEvent>> list;
-        Handle<HealthMessage> message;
-        ASSERT_EQ(ArrayList<InputEvent>::Make(list.Receive(), 0, nullptr), OK);
-        ASSERT_EQ(HealthMessage::Make(message.Receive(), 1, *list, &allocator), OK);
         for (int i = 0; i < 100; ++i) {
-            EXPECT_EQ(VirtualSystem_InjectHealth(going.System(), *message), OK);
+            EXPECT_EQ(Inject(1, going.System()), OK);
         }
     }
     EXPECT_EQ(allocator.Live(), 0);

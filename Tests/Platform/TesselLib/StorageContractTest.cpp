@@ -1,8 +1,8 @@
 // What every node storage does: the one on a folder and the one in memory that other tests rely on.
 
+#include <atomic>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -10,12 +10,12 @@
 #include <TesselLib/DirectoryStorage.h>
 #include <VxTestSupport/MemoryStorage.h>
 #include <VxTestSupport/TemporaryFolder.h>
+#include <VxTestSupport/Threads.h>
 
 #include "StorageFixture.h"
 
 using namespace Nucleo::Statuses;
 using TesselLib::DirectoryStorage;
-using VxTestSupport::FileOp;
 using VxTestSupport::MemoryStorage;
 
 namespace
@@ -175,34 +175,8 @@ TYPED_TEST(StorageContractTest, ReadersSeeOneVersionWhileOthersWrite)
             EXPECT_EQ(content.find_first_not_of(content.front()), std::string::npos);
         } while (writing != 0);
     };
-    std::vector<std::thread> threads;
-    threads.emplace_back(write, 0);
-    threads.emplace_back(write, 1);
-    threads.emplace_back(read);
-    threads.emplace_back(read);
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    VxTestSupport::OnThreads(4, [&](int thread) { thread < 2 ? write(thread) : read(); });
     EXPECT_THAT(this->List(), testing::ElementsAre("a"));
-}
-
-TEST(MemoryStorageTest, FailsAtTheAimedCallOnly)
-{
-    MemoryStorage storage;
-    storage.Put("a", "old");
-    const std::uint8_t byte = 'n';
-    storage.FailNext(FileOp::Upload, "a", 2, ERROR_DISK_FULL);
-    EXPECT_EQ(storage.Upload("b", &byte, 1), OK);
-    EXPECT_EQ(storage.Upload("/user/a", &byte, 1), OK);
-    EXPECT_EQ(storage.Upload("b", &byte, 1), OK);
-    EXPECT_FALSE(storage.Unchanged("a"));
-    storage.Mark();
-    EXPECT_EQ(storage.Upload("a", nullptr, 0), ERROR_DISK_FULL);
-    EXPECT_TRUE(storage.Unchanged());
-    EXPECT_EQ(storage.Upload("a", nullptr, 0), OK);
-    EXPECT_EQ(storage.Writes("a"), 2u);
-    EXPECT_EQ(storage.Calls(FileOp::Upload, "a"), 3u);
-    EXPECT_EQ(storage.Writes(), 4u);
 }
 
 }  // namespace

@@ -2,9 +2,7 @@
 
 #include <algorithm>
 #include <clocale>
-#include <cstring>
 #include <limits>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -13,52 +11,20 @@
 #include <TesselLib/Archive.h>
 #include <TesselLib/Tar.h>
 #include <VxTestSupport/FailingAllocator.h>
+#include <VxTestSupport/RawTar.h>
+#include <VxTestSupport/Streams.h>
 
 using namespace Nucleo::Statuses;
 using TesselLib::TarEntry;
 using TesselLib::TarReader;
 using TesselLib::TarWriter;
+using VxTestSupport::PieceStream;
+using VxTestSupport::RawTar;
+using VxTestSupport::StreamOf;
+using VxTestSupport::tarEnd;
 
 namespace
 {
-
-Nucleo::Handle<Nucleo::MemoryStream> StreamOf(std::string_view bytes)
-{
-    Nucleo::Handle<Nucleo::MemoryStream> stream;
-    EXPECT_EQ(Nucleo::MemoryStream_Construct(stream.Receive()), OK);
-    EXPECT_EQ(stream->Attach(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()), OK);
-    return stream;
-}
-
-/// A stream that gives and takes bytes as a pipe would: no length, no place in memory, and a failure at a chosen byte.
-class PipeStream final : public Nucleo::Stream
-{
-public:
-    explicit PipeStream(std::string content, std::size_t failsAt = std::numeric_limits<std::size_t>::max())
-        : content_(std::move(content)), failsAt_(failsAt)
-    {}
-    Nucleo::Status Read(void* buffer, std::size_t minimum, std::size_t maximum, std::size_t* count) override
-    {
-        *count = std::min(maximum, content_.size() - position_);
-        std::memcpy(buffer, content_.data() + position_, *count);
-        position_ += *count;
-        return position_ >= failsAt_ ? ERROR_IO : *count >= minimum ? OK : ERROR_END;
-    }
-    Nucleo::Status Write(const void* data, std::size_t size) override
-    {
-        if (content_.size() + size > failsAt_) {
-            return ERROR_DISK_FULL;
-        }
-        content_.append(static_cast<const char*>(data), size);
-        return OK;
-    }
-    const std::string& Content() const { return content_; }
-
-private:
-    std::string content_;
-    std::size_t failsAt_;
-    std::size_t position_ = 0;
-};
 
 struct File
 {
@@ -74,7 +40,7 @@ std::ostream& operator<<(std::ostream& out, const File& file)
 
 std::string Write(const std::vector<File>& files)
 {
-    PipeStream target({});
+    PieceStream target({});
     TarWriter writer;
     EXPECT_EQ(writer.Open(target), OK);
     for (const File& file : files) {
@@ -128,44 +94,11 @@ Outcome ReadFrom(Nucleo::Stream& stream)
 /// What lies in memory and what comes through a pipe is read alike.
 Outcome Read(const std::string& bytes)
 {
-    PipeStream pipe(bytes);
+    PieceStream pipe(bytes);
     const Outcome outcome = ReadFrom(*StreamOf(bytes));
     EXPECT_EQ(ReadFrom(pipe), outcome);
     return outcome;
 }
-
-/// An entry by hand, byte for byte what the writer makes of a file, or what it refuses to write.
-std::string Raw(std::string_view name, char type, std::string_view data, std::optional<std::uint64_t> claimedSize = {})
-{
-    std::string header(512, '\0');
-    const auto put = [&](std::size_t at, std::string_view text) { header.replace(at, text.size(), text); };
-    const auto octal = [&](std::size_t at, int digits, std::uint64_t value) {
-        char text[16];
-        std::snprintf(text, sizeof text, "%0*llo ", digits, static_cast<unsigned long long>(value));
-        put(at, text);
-    };
-    put(0, name);
-    octal(100, 6, 0644);
-    octal(124, 11, claimedSize.value_or(data.size()));
-    octal(136, 11, 0);
-    for (const std::size_t none : {108U, 116U, 329U, 337U}) {  // owner, group and device
-        octal(none, 6, 0);
-    }
-    header[156] = type;
-    put(157, type == '1' || type == '2' ? "a" : "");
-    put(257, "ustar");
-    put(263, "00");
-    put(148, "        ");
-    unsigned sum = 0;
-    for (const char c : header) {
-        sum += static_cast<unsigned char>(c);
-    }
-    octal(148, 6, sum);
-    header[154] = '\0';
-    return header + std::string(data) + std::string((512 - data.size() % 512) % 512, '\0');
-}
-
-const std::string endBlocks(1024, '\0');
 
 TEST(TarTest, NamesComeBackAsTheyWere)
 {
@@ -175,16 +108,10 @@ TEST(TarTest, NamesComeBackAsTheyWere)
         add(std::string(length, 'n'));
         for (const std::size_t step : {2U, 7U, 60U, 101U, 156U, 200U}) {
             std::string folders(length, 'f');
-            std::string doubled(length, 'd');
             for (std::size_t i = step; i + 1 < length; i += step + 1) {
                 folders[i] = '/';
-                doubled[i] = '/';
-                doubled[i - 1] = '/';
             }
             add(std::move(folders));
-            if (doubled.front() != '/') {
-                add(std::move(doubled));
-            }
         }
     }
     for (int byte = 1; byte < 256; ++byte) {
@@ -192,7 +119,7 @@ TEST(TarTest, NamesComeBackAsTheyWere)
             add(std::string(length, 'b') + static_cast<char>(byte) + "b");
         }
     }
-    for (const char* name : {".", "..", "./a", "a/.", "a/..", "a ", " ", "a\n12 path=b", "PaxHeader/a", "/ "}) {
+    for (const char* name : {".", "..", "./a", "a/.", "a/..", "a ", " ", "a//b", "a\n12 path=b", "PaxHeader/a", "/ "}) {
         add("x" + std::string(name));
         add("x" + std::string(120, 'y') + name);
     }
@@ -225,8 +152,8 @@ TEST(TarTest, OrdinaryEntriesArePlainUstarWithoutTraces)
 {
     const std::string data(1024, 'x');
     EXPECT_EQ(Write({{"/acquisition/exposure", "12.5"}, {"/x", data}}),
-              Raw("acquisition/exposure", '0', "12.5") + Raw("x", '0', data) + endBlocks);
-    EXPECT_EQ(Write({}), endBlocks);
+              RawTar("acquisition/exposure", '0', "12.5") + RawTar("x", '0', data) + tarEnd);
+    EXPECT_EQ(Write({}), tarEnd);
     const std::vector<File> mixed{
         {"a", "1"}, {std::string(300, 'l'), "2"}, {"b", ""}, {std::string(400, 'l'), std::string(513, '3')}};
     EXPECT_EQ(Write(mixed), Write(mixed));
@@ -236,7 +163,7 @@ TEST(TarTest, OrdinaryEntriesArePlainUstarWithoutTraces)
 TEST(TarTest, RefusesNamesThatCouldNotComeBack)
 {
     using namespace std::string_literals;
-    PipeStream target({});
+    PieceStream target({});
     TarWriter writer;
     const auto content = StreamOf("data");
     EXPECT_EQ(writer.WriteFile("a", *content, 0), ERROR_STATE);
@@ -256,7 +183,7 @@ TEST(TarTest, AFailureBreaksTheArchiveOff)
 {
     const std::string whole = Write({{"a", std::string(700, 'x')}, {std::string(200, 'n'), "y"}});
     for (std::size_t room = 0; room < whole.size(); room += 512) {
-        PipeStream target({}, room + 100);
+        PieceStream target({}, PieceStream::whole, room + 100);
         TarWriter writer;
         ASSERT_EQ(writer.Open(target), OK);
         Nucleo::Status status = writer.WriteFile("a", *StreamOf(std::string(700, 'x')), 700);
@@ -267,8 +194,8 @@ TEST(TarTest, AFailureBreaksTheArchiveOff)
         EXPECT_EQ(writer.WriteFile("b", *StreamOf(""), 0), ERROR_STATE);
     }
     // A content of unknown length that turns out too short. End blocks would make the archive look whole.
-    PipeStream target({});
-    PipeStream content("only 13 bytes");
+    PieceStream target({});
+    PieceStream content("only 13 bytes");
     TarWriter writer;
     ASSERT_EQ(writer.Open(target), OK);
     EXPECT_EQ(writer.WriteFile("a", content, 14), ERROR_END);
@@ -289,11 +216,11 @@ TEST(TarTest, BytesThatAreNoArchive)
                                      std::string("\x28\xB5\x2F\xFD\x04\x00\x01\x00\x00", 9)}) {
         EXPECT_EQ(Read(bytes).status, ERROR_FORMAT) << bytes;
     }
-    EXPECT_EQ(Read(endBlocks).status, ERROR_END);
+    EXPECT_EQ(Read(tarEnd).status, ERROR_END);
     EXPECT_EQ(Read(std::string(512, '\0')).status, ERROR_END);
-    EXPECT_EQ(Read(Raw("a", '0', "1") + std::string(512, 'x') + Raw("b", '0', "2")),
+    EXPECT_EQ(Read(RawTar("a", '0', "1") + std::string(512, 'x') + RawTar("b", '0', "2")),
               (Outcome{{File{"a", "1"}}, {}, ERROR_FORMAT}));
-    PipeStream failing(Write({{"a", "1"}}), 1);
+    PieceStream failing(Write({{"a", "1"}}), PieceStream::whole, 1);
     EXPECT_EQ(ReadFrom(failing).status, ERROR_IO);
 }
 
@@ -312,7 +239,7 @@ TEST(TarTest, CutAtEachLengthAndFlippedAtEachByte)
     }
     EXPECT_EQ(cutInData, 600u + 2u + 4u) << "each length that ends within an entry's data";
 
-    image.insert(0, Raw("folder", '5', "data of a folder"));
+    image.insert(0, RawTar("folder", '5', "data of a folder"));
     for (std::size_t i = 0; i < image.size(); ++i) {
         for (const char flip : {'\x01', '\x80', '\xFF'}) {
             image[i] = static_cast<char>(image[i] ^ flip);
@@ -334,27 +261,28 @@ TEST(TarTest, DataOfEntriesThatAreNoFilesLosesNothingBehindIt)
                                     std::string(1024, '\0') + std::string(100'000, 'x')};
     for (const std::string& content : contents) {
         for (const char type : {'1', '2', '3', '4', '5', '6'}) {
-            const std::string other = Raw("other", type, content);
-            EXPECT_EQ(
-                Read(Raw("a", '0', "1") + other + Raw("b", '0', "2") + other + other + Raw("c", '0', "3") + endBlocks),
-                (Outcome{{{"a", "1"}, {"b", "2"}, {"c", "3"}}, {"other", "other", "other"}, ERROR_END}))
+            const std::string other = RawTar("other", type, content);
+            EXPECT_EQ(Read(RawTar("a", '0', "1") + other + RawTar("b", '0', "2") + other + other +
+                           RawTar("c", '0', "3") + tarEnd),
+                      (Outcome{{{"a", "1"}, {"b", "2"}, {"c", "3"}}, {"other", "other", "other"}, ERROR_END}))
                 << "type " << type << ", " << content.size() << " bytes";
         }
-        EXPECT_EQ(Read(Raw("a/", '0', content) + Raw("b", '0', "2") + endBlocks),
+        EXPECT_EQ(Read(RawTar("a/", '0', content) + RawTar("b", '0', "2") + tarEnd),
                   (Outcome{{File{"b", "2"}}, {"a/"}, ERROR_END}));
     }
     // At each place in the reader's buffer.
     for (std::size_t blocks = 120; blocks <= 132; ++blocks) {
         const File large{"a", std::string(blocks * 512, 'a')};
-        EXPECT_EQ(Read(Raw("a", '0', large.data) + Raw("other", '1', contents[1]) + Raw("b", '0', "2") + endBlocks),
-                  (Outcome{{large, {"b", "2"}}, {"other"}, ERROR_END}));
+        EXPECT_EQ(
+            Read(RawTar("a", '0', large.data) + RawTar("other", '1', contents[1]) + RawTar("b", '0', "2") + tarEnd),
+            (Outcome{{large, {"b", "2"}}, {"other"}, ERROR_END}));
     }
     // A size without data, such as a folder's quota, and a link whose size is that of the file it names.
     for (const char type : {'1', '5'}) {
-        const std::string hinted = Raw("other", type, "", 4096);
-        EXPECT_THAT(Read(hinted + Raw("b", '0', "2") + endBlocks).files, testing::ElementsAre(File{"b", "2"}));
-        for (const std::string& end : {endBlocks, std::string()}) {
-            const Outcome outcome = Read(Raw("a", '0', "1") + hinted + end);
+        const std::string hinted = RawTar("other", type, "", 4096);
+        EXPECT_THAT(Read(hinted + RawTar("b", '0', "2") + tarEnd).files, testing::ElementsAre(File{"b", "2"}));
+        for (const std::string& end : {tarEnd, std::string()}) {
+            const Outcome outcome = Read(RawTar("a", '0', "1") + hinted + end);
             EXPECT_TRUE(outcome.status == ERROR_END && !outcome.cutData);
         }
     }
@@ -362,8 +290,8 @@ TEST(TarTest, DataOfEntriesThatAreNoFilesLosesNothingBehindIt)
 
 TEST(TarTest, DataThatIsNotReadIsPassedOver)
 {
-    const std::string image = Raw("folder", '5', std::string(3000, 'x')) + Raw("b", '0', std::string(3000, 'y')) +
-                              Raw("c", '0', "3") + endBlocks;
+    const std::string image = RawTar("folder", '5', std::string(3000, 'x')) + RawTar("b", '0', std::string(3000, 'y')) +
+                              RawTar("c", '0', "3") + tarEnd;
     const auto stream = StreamOf(image);
     TarReader reader;
     TarEntry entry;
@@ -388,7 +316,7 @@ TEST(TarTest, DataThatIsNotReadIsPassedOver)
 
 TEST(TarTest, AClaimedSizeIsReportedAndComparedWithWhatIsLeft)
 {
-    const std::string image = Raw("a", '0', "x", std::uint64_t{8} << 30) + std::string(1024, 'x');
+    const std::string image = RawTar("a", '0', "x", std::uint64_t{8} << 30) + std::string(1024, 'x');
     const auto stream = StreamOf(image);
     TarReader reader;
     TarEntry entry;
@@ -404,7 +332,7 @@ TEST(TarTest, AClaimedSizeIsReportedAndComparedWithWhatIsLeft)
     EXPECT_EQ(byte, 'x');
     EXPECT_EQ(reader.NextEntry(name, sizeof name, &entry), ERROR_FORMAT);
 
-    PipeStream pipe(image);
+    PieceStream pipe(image);
     ASSERT_EQ(reader.Open(pipe), OK);
     ASSERT_EQ(reader.NextEntry(name, sizeof name, &entry), OK);
     EXPECT_EQ(reader.BytesLeft(), std::numeric_limits<std::uint64_t>::max());
@@ -419,10 +347,10 @@ TEST(TarTest, ReadsWhatOtherWritersMake)
         return std::to_string(length) + " " + text + "\n";
     };
     const std::string name = "k\xC3\xB6nig/" + std::string(150, 'n');
-    const std::string pax = Raw("pax", 'x', record("path=" + name) + record("mtime=1.5")) + Raw("cut", '0', "1");
-    const std::string gnu = Raw("././@LongLink", 'L', name + '\0') + Raw("cut", '0', "2");
-    const std::string old = Raw("old", '\0', "3") + Raw("contiguous", '7', "4") + Raw("sym", '2', "");
-    const Outcome outcome = Read(pax + gnu + old + endBlocks + std::string(8192, '\0'));
+    const std::string pax = RawTar("pax", 'x', record("path=" + name) + record("mtime=1.5")) + RawTar("cut", '0', "1");
+    const std::string gnu = RawTar("././@LongLink", 'L', name + '\0') + RawTar("cut", '0', "2");
+    const std::string old = RawTar("old", '\0', "3") + RawTar("contiguous", '7', "4") + RawTar("sym", '2', "");
+    const Outcome outcome = Read(pax + gnu + old + tarEnd + std::string(8192, '\0'));
     EXPECT_EQ(outcome.status, ERROR_END);
     EXPECT_THAT(outcome.files,
                 testing::ElementsAre(File{name, "1"}, File{name, "2"}, File{"old", "3"}, File{"contiguous", "4"}));
@@ -455,7 +383,7 @@ TEST(ArchiveTest, ReadsAllOrNothing)
         EXPECT_EQ(content("empty"), "");
         EXPECT_EQ(content("other"), "ERROR_NOT_FOUND");
     }
-    EXPECT_EQ(archive->Read(*StreamOf(endBlocks)), OK);
+    EXPECT_EQ(archive->Read(*StreamOf(tarEnd)), OK);
     EXPECT_EQ(archive->Count(), 0u);
 }
 
@@ -464,7 +392,7 @@ TEST(ArchiveTest, RefusesMoreThanItsLimitBeforeMemoryIsTaken)
     VxTestSupport::FailingAllocator allocator;
     Nucleo::Handle<TesselLib::Archive> archive;
     ASSERT_EQ(TesselLib::Archive_Construct(archive.Receive(), &allocator), OK);
-    PipeStream pipe(Raw("a", '0', "", TesselLib::Archive::MaxSize + 1));
+    PieceStream pipe(RawTar("a", '0', "", TesselLib::Archive::MaxSize + 1));
     EXPECT_EQ(archive->Read(pipe), ERROR_LIMIT);
     EXPECT_EQ(allocator.Allocations(), 1) << "the archive object itself";
 }

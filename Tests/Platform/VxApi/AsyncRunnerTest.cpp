@@ -14,8 +14,10 @@
 #include <VxApi/AsyncRunner.h>
 #include <VxApi/AsyncTimer.h>
 #include <VxApi/Exception.h>
+#include <VxTestSupport/Gate.h>
 #include <VxTestSupport/LogCapture.h>
 #include <VxTestSupport/ManualTime.h>
+#include <VxTestSupport/Threads.h>
 
 using namespace std::chrono_literals;
 using testing::ElementsAre;
@@ -82,30 +84,14 @@ TEST(AsyncRunnerTest, AThrowingJobIsLoggedWithItsBackTraceAndCountedAndTheNextOn
     EXPECT_GT(log.Lines().size(), 3U) << "no back trace";
 }
 
-/// A job that tells when it runs and stays in it until it may leave.
-struct HeldJob
-{
-    std::promise<void> entered;
-    std::promise<void> leave;
-    std::atomic<bool> left{false};
-
-    void operator()()
-    {
-        entered.set_value();
-        leave.get_future().wait_for(30s);
-        left = true;
-    }
-    void AwaitEntered() { ASSERT_EQ(entered.get_future().wait_for(30s), std::future_status::ready); }
-};
-
 TEST(AsyncRunnerTest, StopFinishesTheRunningJobAndDropsTheOthers)
 {
-    HeldJob held;
+    VxTestSupport::Gate held;
     AsyncRunner runner("worker", 2);
     int ran = 0;
     auto token = std::make_shared<int>();
-    ASSERT_TRUE(runner.Post([&] { held(); }));
-    held.AwaitEntered();
+    ASSERT_TRUE(runner.Post([&] { held.Pass(); }));
+    ASSERT_TRUE(held.entered.Await());
     EXPECT_TRUE(runner.Post([&ran, token] { ++ran; }));
     EXPECT_TRUE(runner.Post([&ran, token] { ++ran; }));
     EXPECT_FALSE(runner.Post([&ran, token] { ++ran; }));
@@ -118,7 +104,7 @@ TEST(AsyncRunnerTest, StopFinishesTheRunningJobAndDropsTheOthers)
     while (runner.Dropped() != 3 && std::chrono::steady_clock::now() < deadline) {
         std::this_thread::yield();
     }
-    held.leave.set_value();
+    held.open.Set();
     EXPECT_TRUE(stop.get());
     EXPECT_EQ(ran, 0);
     EXPECT_EQ(token.use_count(), 1);
@@ -128,33 +114,33 @@ TEST(AsyncRunnerTest, StopFinishesTheRunningJobAndDropsTheOthers)
 
 TEST(AsyncRunnerTest, MayBeStoppedAndDestroyedInsideAJob)
 {
-    std::promise<void> stopped;
+    VxTestSupport::Signal stopped;
     {
         AsyncRunner runner("stops itself");
         runner.Post([&] {
             runner.Stop();
-            stopped.set_value();
+            stopped.Set();
         });
-        ASSERT_EQ(stopped.get_future().wait_for(30s), std::future_status::ready);
+        ASSERT_TRUE(stopped.Await());
     }
 
     // Inside the job's code, and by what the job owned when that goes; more than once, so that threads are taken over.
     for (const bool inCode : {true, false, true, false}) {
-        HeldJob held;
+        VxTestSupport::Gate held;
         bool ranLater = false;
         auto done = std::make_shared<std::promise<void>>();  // The job sets it last of all, when its captures go.
         std::shared_ptr<void> end(nullptr, [done](void*) { done->set_value(); });
         auto self = std::make_shared<AsyncRunner>("destroys itself");
         AsyncRunner& runner = *self;
         runner.Post([&held, inCode, end = std::move(end), self = std::move(self)]() mutable {
-            held();
+            held.Pass();
             if (inCode) {
                 self.reset();
             }
         });
-        held.AwaitEntered();
+        ASSERT_TRUE(held.entered.Await());
         runner.Post([&ranLater] { ranLater = true; });
-        held.leave.set_value();
+        held.open.Set();
         ASSERT_EQ(done->get_future().wait_for(30s), std::future_status::ready);
         EXPECT_FALSE(ranLater);
     }
@@ -167,20 +153,14 @@ TEST(AsyncRunnerTest, EveryJobIsRunOrCountedAsDroppedWhileManyPostAndOneStops)
     AsyncRunner runner("busy", 64);
     std::uint64_t ran = 0;  // The worker's alone.
     std::atomic<int> posted{0};
-    std::vector<std::thread> posters;
-    for (int i = 0; i < threads; ++i) {
-        posters.emplace_back([&] {
-            for (int n = 0; n < each; ++n) {
-                runner.Post([&ran] { ++ran; });
-                if (++posted == threads * each / 2) {
-                    runner.Stop();
-                }
+    VxTestSupport::OnThreads(threads, [&](int) {
+        for (int n = 0; n < each; ++n) {
+            runner.Post([&ran] { ++ran; });
+            if (++posted == threads * each / 2) {
+                runner.Stop();
             }
-        });
-    }
-    for (std::thread& poster : posters) {
-        poster.join();
-    }
+        }
+    });
     runner.Stop();
     EXPECT_EQ(ran + runner.Dropped(), std::uint64_t{threads} * each);
     EXPECT_GT(runner.Dropped(), 0U);

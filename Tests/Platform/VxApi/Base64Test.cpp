@@ -20,14 +20,8 @@ Bytes BytesOf(std::string_view text)
 
 TEST(Base64, WritesTheKnownTexts)
 {
-    const std::pair<std::string_view, const char*> known[] = {{"", ""},
-                                                              {"f", "Zg=="},
-                                                              {"fo", "Zm8="},
-                                                              {"foo", "Zm9v"},
-                                                              {"foob", "Zm9vYg=="},
-                                                              {"fooba", "Zm9vYmE="},
-                                                              {"foobar", "Zm9vYmFy"},
-                                                              {"\xFB\xFF\xBF", "+/+/"}};
+    const std::pair<std::string_view, const char*> known[] = {
+        {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"foobar", "Zm9vYmFy"}, {"\xFB\xFF\xBF", "+/+/"}};
     for (const auto& [plain, text] : known) {
         EXPECT_EQ(Base64Encode(BytesOf(plain)), text);
         EXPECT_EQ(Base64Decode(text), BytesOf(plain));

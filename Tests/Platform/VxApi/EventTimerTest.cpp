@@ -2,7 +2,6 @@
 #include <thread>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <VxApi/AsyncTimer.h>
 #include <VxApi/Event.h>

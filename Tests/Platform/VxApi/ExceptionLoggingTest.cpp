@@ -1,11 +1,11 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 #include <VxApi/Exception.h>
 #include <VxApi/Logging.h>
 #include <VxApi/Object.h>
 #include <VxTestSupport/LogCapture.h>
+#include <VxTestSupport/Thrown.h>
 
 using namespace Nucleo::Statuses;
 
@@ -36,30 +36,19 @@ struct Thrower
 namespace
 {
 
-template <class Call>
-Vx::Exception Caught(Call call)
-{
-    try {
-        call();
-    } catch (const Vx::Exception& exception) {
-        return exception;
-    }
-    throw std::logic_error("nothing was thrown");
-}
-
 TEST(ExceptionTest, NamesThePlaceThatThrewAlikeOnEveryCompiler)
 {
-    const Vx::Exception method = Caught([] { Outer::Thrower().Method({}); });
+    const Vx::Exception method = VxTestSupport::Caught([] { Outer::Thrower().Method({}); }).value();
     EXPECT_EQ(method.Function(), "Outer::Thrower::Method");
     EXPECT_EQ(method.File(), "Tests/Platform/VxApi/ExceptionLoggingTest");
     EXPECT_EQ(method.Status(), ERROR_NAME);
     EXPECT_THAT(method.what(), testing::HasSubstr("not a valid file name"));
 
-    const Vx::Exception lambda = Caught([] { Outer::Thrower::Template(1); });
+    const Vx::Exception lambda = VxTestSupport::Caught([] { Outer::Thrower::Template(1); }).value();
     EXPECT_EQ(lambda.Function(), "Outer::Thrower::Template");
     EXPECT_STREQ(lambda.what(), "message 7 of '100%d'");
 
-    EXPECT_EQ(Caught(&Outer::Free).Function(), "Other::Name");
+    EXPECT_EQ(VxTestSupport::Caught(&Outer::Free)->Function(), "Other::Name");
     EXPECT_EQ(Outer::Thrower()(1).function, "Outer::Thrower::operator()");
 }
 
@@ -76,17 +65,6 @@ TEST(ExceptionTest, AnyExceptionBecomesAStatus)
         EXPECT_EQ(Vx::StatusOf(exception), ERROR_PARAMETER);
         EXPECT_EQ(Vx::CarriedStatus(exception), OK);
     }
-}
-
-TEST(ExceptionTest, LogsItselfWithItsBackTrace)
-{
-    VxTestSupport::ScopedLogCapture log;
-    const Vx::Exception exception(VX_HERE, ERROR_IO, "disk %s gone");
-    Vx::LogException(VX_HERE, exception);
-    const auto texts = log.Texts();
-    ASSERT_GT(texts.size(), 1U);
-    EXPECT_THAT(texts[0], testing::HasSubstr("disk %s gone"));
-    EXPECT_THAT(texts[1], testing::HasSubstr("#0"));
 }
 
 TEST(LoggingTest, APositionalMarkerIsRemovedAndALineCannotBeForged)

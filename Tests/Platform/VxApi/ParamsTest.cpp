@@ -3,7 +3,6 @@
 #include <vector>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <VxApi/JsonSerializer.h>
 #include <VxApi/Params.h>

@@ -4,7 +4,6 @@
 #include <vector>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <VxApi/JsonSerializer.h>
 #include <VxApi/Properties.h>

@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include <VxApi/Exception.h>
+#include <VxTestSupport/Thrown.h>
 
 namespace Vx
 {
@@ -13,13 +13,9 @@ namespace Vx
 template <class F>
 std::string Refusal(const F& call, Nucleo::Status status = Nucleo::ERROR_PARAMETER)
 {
-    try {
-        call();
-    } catch (const Exception& error) {
-        EXPECT_EQ(error.Status(), status) << error.what();
-        return error.Message();
-    }
-    return {};
+    const auto error = VxTestSupport::Caught(call);
+    EXPECT_TRUE(!error || error->Status() == status) << error->what();
+    return error ? error->Message() : "";
 }
 
 }  // namespace Vx

@@ -28,7 +28,7 @@ json Decode(Media media, std::string_view body, CodecLimits limits = {4, 100})
 /// The status that decoding ends in.
 Nucleo::Status StatusOfDecode(Media media, std::string_view body, CodecLimits limits = {4, 100})
 {
-    return StatusOfCall([&] { Decode(media, body, limits); });
+    return StatusThrown([&] { Decode(media, body, limits); });
 }
 
 TEST(Codec, ValuesComeBackFromEveryFormat)

@@ -129,10 +129,10 @@ TEST_F(Dispatch, MediaTypesAreNegotiated)
     FakeResource data = FakeResource::WithDocument({{"content", json::binary({1, 2, 3})}});
     json stored;
     data.update = [&](const RequestInfo&, const json& document) { stored = document; };
-    FakeResource text = FakeResource::WithDocument({{"content", json::binary({1})}, {"more", 1}});
+    FakeResource more = FakeResource::WithDocument({{"content", json::binary({1})}, {"more", 1}});
     FakeResource command = FakeResource::WithCommand([](const auto&, const auto&) { return json{{"b", 2}}; });
     router.Register("/data", data);
-    router.Register("/text", text);
+    router.Register("/more", more);
     router.Register("/do", command);
 
     EXPECT_EQ(Ask(Verb::Get, "/data", "", {.accept = "application/octet-stream"}),
@@ -143,14 +143,8 @@ TEST_F(Dispatch, MediaTypesAreNegotiated)
     EXPECT_EQ(reply.mediaType, "application/cbor");
     EXPECT_EQ(json::from_cbor(reply.body.View())["content"], json::binary({1, 2, 3}));
 
-    EXPECT_EQ(Ask(Verb::Get, "/text", "", {.accept = "application/octet-stream"}), "406");
-    Ask(Verb::Get, "/text", "", {.accept = "application/octet-stream, application/msgpack;q=0.1"});
-    EXPECT_EQ(reply.mediaType, "application/msgpack");
+    EXPECT_EQ(Ask(Verb::Get, "/more", "", {.accept = "application/octet-stream"}), "406");
     EXPECT_EQ(Ask(Verb::Post, "/do", "", {.accept = "application/octet-stream"}), "406");  // before it acts
-    EXPECT_EQ(Ask(Verb::Post, "/do", "", {.accept = "application/cbor"}),
-              "200 application/cbor \xA1\x61"
-              "b\x02");
-
     const json document = {{"content", json::binary({9})}};
     const std::vector<std::uint8_t> cbor = json::to_cbor(document);
     const Extras cborOnly{.contentType = "application/cbor", .accept = "text/html"};
@@ -195,8 +189,7 @@ TEST_F(Dispatch, FailuresBecomeProblemDocuments)
         {ERROR_NAME, 400},           {ERROR_NOT_FOUND, 404}, {ERROR_UNSUPPORTED, 405},
         {ERROR_ALREADY_EXISTS, 409}, {ERROR_STATE, 409},     {ERROR_CONTENT, 422},
         {ERROR_LIMIT, 413},          {ERROR_DISK_FULL, 507}, {ERROR_IO, 500},
-        {ERROR_BUSY, 500},           {-12345, 500},          {ERROR_CAPACITY, 400},
-    };
+        {ERROR_BUSY, 500},           {-12345, 500},          {ERROR_CAPACITY, 400}};
     for (const auto& [code, status] : statuses) {
         expect(throwing(code), status, code, "x");
     }

@@ -1,8 +1,9 @@
 // The HTTP server on a loopback socket: exact bytes, rubbish, limits, and how it ends.
 
-#include <future>
 #include <numeric>
 #include <thread>
+
+#include <VxTestSupport/Threads.h>
 
 #include "ServerFixture.h"
 
@@ -431,20 +432,14 @@ TEST_F(HttpWire, StopLosesPatience)
 TEST_F(HttpWire, ManyClientsAtOnce)
 {
     Start();
-    std::vector<std::future<void>> clients;
-    for (int t = 0; t < 8; ++t) {
-        clients.push_back(std::async(std::launch::async, [&, t] {
-            HttpClient client = Connect();
-            for (int i = 0; i < 50; ++i) {
-                const std::string body = "[" + std::to_string(t * 1000 + i) + "]";
-                EXPECT_EQ(client.Request("POST", "/echo", body).body, body);
-                EXPECT_EQ(client.Get("/now").status, 200);
-            }
-        }));
-    }
-    for (std::future<void>& client : clients) {
-        client.get();
-    }
+    VxTestSupport::OnThreads(8, [&](int thread) {
+        HttpClient client = Connect();
+        for (int i = 0; i < 50; ++i) {
+            const std::string body = "[" + std::to_string(thread * 1000 + i) + "]";
+            EXPECT_EQ(client.Request("POST", "/echo", body).body, body);
+            EXPECT_EQ(client.Get("/now").status, 200);
+        }
+    });
 }
 
 }  // namespace

@@ -1,4 +1,3 @@
-#include <atomic>
 #include <future>
 
 #include <gmock/gmock.h>
@@ -35,11 +34,9 @@ Status ReplaceItself(Nucleo::Stream*)
 }
 
 Gate* calls = nullptr;
-std::atomic<bool> ended{false};
 Status PassGate(Nucleo::Stream*)
 {
     calls->Pass();
-    ended = true;
     return OK;
 }
 
@@ -123,7 +120,7 @@ TEST_F(PrivateLogTest, ReplacingWaitsForTheCallThatIsRunning)
     VrPrivateLogFx previous = nullptr;
     auto endedBefore = std::async(std::launch::async, [&] {
         EXPECT_EQ(VrHttpServer_SetPrivateLogHandler(nullptr, &previous), OK);
-        return ended.load();
+        return gate.left.load();
     });
     // The handler is gone for new requests while its call goes on.
     EXPECT_TRUE(Eventually([&] { return Connect().Request("OPTIONS", "/private-log").status == 404; }));

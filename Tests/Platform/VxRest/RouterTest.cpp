@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <VxTestSupport/Threads.h>
+
 #include "TestResources.h"
 
 namespace
@@ -75,9 +77,9 @@ TEST_F(Router, FindsTheMostExactPattern)
     }
     for (const char* missing :
          {"/job", "/jobs2", "/jobs/files/a/b", "/jobs/commands", "/a/1/c", "/jobs/files/a/data/x"}) {
-        EXPECT_EQ(StatusOfCall([&] { router.Find(missing); }), Nucleo::ERROR_NOT_FOUND) << missing;
+        EXPECT_EQ(StatusThrown([&] { router.Find(missing); }), Nucleo::ERROR_NOT_FOUND) << missing;
     }
-    EXPECT_EQ(StatusOfCall([&] { router.Find("/jobs/files/%4"); }), Nucleo::ERROR_PARAMETER);
+    EXPECT_EQ(StatusThrown([&] { router.Find("/jobs/files/%4"); }), Nucleo::ERROR_PARAMETER);
 }
 
 TEST_F(Router, RefusesPatternsThatAreTakenOrMalformed)
@@ -85,12 +87,12 @@ TEST_F(Router, RefusesPatternsThatAreTakenOrMalformed)
     FakeResource resource;
     router.Register("/a/:x", resource);
     for (const char* taken : {"/a/:x", "/a/:other", "//a/:x/"}) {
-        EXPECT_EQ(StatusOfCall([&] { router.Register(taken, resource); }), Nucleo::ERROR_ALREADY_EXISTS) << taken;
+        EXPECT_EQ(StatusThrown([&] { router.Register(taken, resource); }), Nucleo::ERROR_ALREADY_EXISTS) << taken;
     }
     for (const char* malformed : {"", "a", "/a/:", "/:x/b/:x"}) {
-        EXPECT_EQ(StatusOfCall([&] { router.Register(malformed, resource); }), Nucleo::ERROR_PARAMETER) << malformed;
+        EXPECT_EQ(StatusThrown([&] { router.Register(malformed, resource); }), Nucleo::ERROR_PARAMETER) << malformed;
     }
-    EXPECT_EQ(StatusOfCall([&] { router.Serialize("/a/:x"); }), Nucleo::ERROR_PARAMETER);
+    EXPECT_EQ(StatusThrown([&] { router.Serialize("/a/:x"); }), Nucleo::ERROR_PARAMETER);
     router.Register("/a/b", resource);
     EXPECT_EQ(router.Patterns(), (std::vector<std::string>{"/a/:x", "/a/b"}));
 }
@@ -103,10 +105,10 @@ TEST_F(Router, OperationsThatDoNotFitThePathAreRefused)
     FakeResource command = FakeResource::WithCommand([](const auto&, const json& args) { return args; });
     router.Register("/files/:file", files);
     router.Register("/command", command);
-    EXPECT_EQ(StatusOfCall([&] { router.Find("/files/*").Create({}, json::object()); }), Nucleo::ERROR_UNSUPPORTED);
-    EXPECT_EQ(StatusOfCall([&] { router.Find("/files").Delete({}); }), Nucleo::ERROR_UNSUPPORTED);
-    EXPECT_EQ(StatusOfCall([&] { router.Find("/files").Invoke({}, nullptr); }), Nucleo::ERROR_UNSUPPORTED);
-    EXPECT_EQ(StatusOfCall([&] { Read("/command"); }), Nucleo::ERROR_UNSUPPORTED);
+    EXPECT_EQ(StatusThrown([&] { router.Find("/files/*").Create({}, json::object()); }), Nucleo::ERROR_UNSUPPORTED);
+    EXPECT_EQ(StatusThrown([&] { router.Find("/files").Delete({}); }), Nucleo::ERROR_UNSUPPORTED);
+    EXPECT_EQ(StatusThrown([&] { router.Find("/files").Invoke({}, nullptr); }), Nucleo::ERROR_UNSUPPORTED);
+    EXPECT_EQ(StatusThrown([&] { Read("/command"); }), Nucleo::ERROR_UNSUPPORTED);
     EXPECT_THROW(RequestInfo("/files", {}).FindKey("file"), std::out_of_range);
 }
 
@@ -140,7 +142,7 @@ TEST_F(Router, DeregisterWaitsForARunningCall)
     while (!router.Patterns().empty()) {
         std::this_thread::yield();
     }
-    EXPECT_EQ(StatusOfCall([&] { router.Find("/slow"); }), Nucleo::ERROR_NOT_FOUND);
+    EXPECT_EQ(StatusThrown([&] { router.Find("/slow"); }), Nucleo::ERROR_NOT_FOUND);
     EXPECT_FALSE(done.Await(std::chrono::milliseconds(20)));
     gate.open.Set();
     remover.join();
@@ -165,7 +167,7 @@ TEST_F(Router, AResourceMayDeregisterItselfWhileOthersWaitForTheirTurn)
         const ResourceRouter::Match match = router.Find("/tree/other");
         found.Set();
         ResponseInfo response;
-        waited = StatusOfCall([&] { match.Document({}, response); });
+        waited = StatusThrown([&] { match.Document({}, response); });
     });
     ASSERT_TRUE(found.Await());
     gate.open.Set();
@@ -219,17 +221,12 @@ TEST_F(Router, SerialisedCallsNeverOverlap)
         return nullptr;
     });
     router.Register("/tree/:any", counter);
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([this, path = "/tree/" + std::to_string(t)] {
-            for (int i = 0; i < 200; ++i) {
-                router.Find(path).Invoke({}, nullptr);
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    VxTestSupport::OnThreads(4, [this](int thread) {
+        const std::string path = "/tree/" + std::to_string(thread);
+        for (int i = 0; i < 200; ++i) {
+            router.Find(path).Invoke({}, nullptr);
+        }
+    });
     EXPECT_EQ(unguarded, 800);
 }
 
@@ -243,7 +240,7 @@ TEST(RouterNotices, ComeFromWhatIsRegistered)
     FakeResource second;
     router->Register("/first", first);
     router->Register("/second", second);
-    EXPECT_EQ(StatusOfCall([&] { router->Register("/first", second); }), Nucleo::ERROR_ALREADY_EXISTS);
+    EXPECT_EQ(StatusThrown([&] { router->Register("/first", second); }), Nucleo::ERROR_ALREADY_EXISTS);
     FakeResource copy = first;
     const auto raise = [](FakeResource& from, const char* path) {
         from.NotificationEvent().Raise(VxRest::EventType::Created, path);

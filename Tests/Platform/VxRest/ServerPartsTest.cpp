@@ -276,7 +276,7 @@ TEST(Options, UnusableAndUnsafeOnesAreRefused)
     for (const auto& [change, status] : cases) {
         HttpServerOptions options;
         change(options);
-        EXPECT_EQ(StatusOfCall([&] { CheckOptions(options); }), status);
+        EXPECT_EQ(StatusThrown([&] { CheckOptions(options); }), status);
     }
 }
 

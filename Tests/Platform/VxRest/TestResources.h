@@ -1,9 +1,7 @@
 #pragma once
 // A resource that does what the test says, and a server with some of them.
 
-#include <condition_variable>
 #include <functional>
-#include <mutex>
 #include <string>
 
 #include <nlohmann/json.hpp>
@@ -11,6 +9,8 @@
 #include <VxApi/Exception.h>
 #include <VxRest/HttpServer.h>
 #include <VxRest/ResourceRouter.h>
+#include <VxTestSupport/Gate.h>
+#include <VxTestSupport/Thrown.h>
 
 namespace VxRestTests
 {
@@ -19,6 +19,9 @@ using nlohmann::json;
 using VxRest::CreateResult;
 using VxRest::RequestInfo;
 using VxRest::ResponseInfo;
+using VxTestSupport::Gate;
+using VxTestSupport::Signal;
+using VxTestSupport::StatusThrown;
 
 /// Offers the operations whose hooks are set.
 class FakeResource : public VxRest::ResourceBase,
@@ -67,54 +70,5 @@ public:
     void Delete(const RequestInfo& request) override { remove(request); }
     json Invoke(const RequestInfo& request, const json& args) override { return invoke(request, args); }
 };
-
-/// Something that happens once and can be waited for.
-class Signal
-{
-public:
-    void Set()
-    {
-        const std::lock_guard guard(mutex_);
-        set_ = true;
-        changed_.notify_all();
-    }
-
-    /// False when it has not happened within the bound.
-    bool Await(std::chrono::milliseconds bound = std::chrono::seconds(20))
-    {
-        std::unique_lock lock(mutex_);
-        return changed_.wait_for(lock, bound, [this] { return set_; });
-    }
-
-private:
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    bool set_ = false;
-};
-
-/// A call that says when it has begun and goes on when it is told to.
-struct Gate
-{
-    Signal entered;
-    Signal open;
-
-    void Pass()
-    {
-        entered.Set();
-        open.Await();
-    }
-};
-
-/// The status of the Vx::Exception that `call` throws; OK when it throws none.
-template <class Call>
-Nucleo::Status StatusOfCall(Call&& call)
-{
-    try {
-        call();
-    } catch (const Vx::Exception& error) {
-        return error.Status();
-    }
-    return Nucleo::OK;
-}
 
 }  // namespace VxRestTests

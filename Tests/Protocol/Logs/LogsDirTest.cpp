@@ -4,12 +4,11 @@
 #include <vector>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <VxApi/Exception.h>
 #include <VxCommon/Protocol/Logs/LogsDir.h>
-#include <VxRest/ResourceRouter.h>
 #include <VxTestSupport/LogCapture.h>
+#include <VxTestSupport/RouterProbe.h>
 
 using namespace Nucleo::Statuses;
 using nlohmann::json;
@@ -19,7 +18,7 @@ using testing::IsEmpty;
 namespace
 {
 
-class LogsDirTest : public testing::Test
+class LogsDirTest : public testing::Test, public VxTestSupport::RouterProbe
 {
 protected:
     LogsDirTest()
@@ -27,9 +26,6 @@ protected:
         EXPECT_EQ(VcLogger_Construct(logger.Receive(), 1, 0, nullptr), OK);
         directory.emplace();
         directory->Register(router);
-        notices = router.NotificationEvent().Subscribe([this](VxRest::EventType type, const std::string& path) {
-            noticed.push_back(std::to_string(static_cast<int>(type)) + " " + path);
-        });
     }
 
     // Leaves the ids 5 to 9.
@@ -49,13 +45,6 @@ protected:
         ASSERT_EQ(VcLogger_LogImpl(logger.Get(), VcLogger_PublicLog(), type, 0, text.c_str()), OK);
     }
 
-    json Get(const std::string& path, const json& args = json::object(), bool schema = false)
-    {
-        const auto match = router.Find(path);
-        VxRest::ResponseInfo response;
-        return match.Document({path, match.Keys(), args, schema}, response);
-    }
-
     // The ids of a page, or the message of the failure.
     std::string Ids(const json& args)
     {
@@ -68,52 +57,45 @@ protected:
             return ids;
         } catch (const Vx::Exception& exception) {
             EXPECT_EQ(exception.Status(), ERROR_PARAMETER);
-            EXPECT_EQ(exception.File(), "Protocol/Logs/LogRes");
-            EXPECT_EQ(exception.Function(), "VxCommon::Internal::LogRes::Document");
-            return std::to_string(exception.Line()) + ": " + exception.what();
+            return exception.File() + " " + exception.Function() + " " + std::to_string(exception.Line()) + ": " +
+                   exception.what();
         } catch (const json::exception& exception) {
             return exception.what();
         }
     }
 
     Nucleo::Handle<VcLogger> logger;
-    VxRest::ResourceRouter router;
     std::optional<VxCommon::LogsDir> directory;
-    std::vector<std::string> noticed;
-    Vx::Subscription notices;
 };
 
 TEST_F(LogsDirTest, PagesAreRangesOfHeldIds)
 {
     Fill();
-    const auto outside = [](const char* which, const char* id) {
-        return std::string(which) + " ID (" + id + ") is not within required range [5, 9].";
+    const auto outside = [](const std::string& which, const char* id) {
+        return which + " ID (" + id + ") is not within required range [5, 9].";
     };
-    const std::string start = "125: Requested start";
-    const std::string end = "136: Requested end";
-    struct Case
-    {
-        json args;
-        std::string shown;
+    const std::string place = "Protocol/Logs/LogRes VxCommon::Internal::LogRes::Document ";
+    const std::string start = place + "125: Requested start";
+    const std::string end = place + "136: Requested end";
+    const std::pair<json, std::string> cases[] = {
+        {json::object(), "5 6 7 8 9"},
+        {{{"startId", 7}}, "7 8 9"},
+        {{{"endId", 9}}, "5 6 7 8 9"},
+        {{{"startId", 6}, {"endId", 7}}, "6 7"},
+        {{{"startId", 9}, {"endId", 5}}, ""},
+        {{{"startId", 7.9}, {"endId", 8.0}}, "7 8"},
+        {{{"startId", 4}}, outside(start, "4")},
+        {{{"endId", 10}}, outside(end, "10")},
+        {{{"startId", -1}}, outside(start, "4294967295")},
+        {{{"startId", 4294967296 + 5}}, outside(start, "4294967295")},
+        {{{"endId", std::uint64_t{18446744073709551615U}}}, outside(end, "4294967295")},
+        {{{"endId", -0.5}}, outside(end, "0")},
+        {{{"endId", 1e300}}, outside(end, "4294967295")},
+        {{{"startId", "7"}}, "[json.exception.type_error.302] type must be number, but is string"},
+        {{{"endId", nullptr}}, "[json.exception.type_error.302] type must be number, but is null"},
     };
-    for (const Case& test : std::vector<Case>{
-             {json::object(), "5 6 7 8 9"},
-             {{{"startId", 7}}, "7 8 9"},
-             {{{"endId", 9}}, "5 6 7 8 9"},
-             {{{"startId", 6}, {"endId", 7}}, "6 7"},
-             {{{"startId", 9}, {"endId", 5}}, ""},
-             {{{"startId", 7.9}, {"endId", 8.0}}, "7 8"},
-             {{{"startId", 4}}, outside(start.c_str(), "4")},
-             {{{"endId", 10}}, outside(end.c_str(), "10")},
-             {{{"startId", -1}}, outside(start.c_str(), "4294967295")},
-             {{{"startId", 4294967296 + 5}}, outside(start.c_str(), "4294967295")},
-             {{{"endId", std::uint64_t{18446744073709551615U}}}, outside(end.c_str(), "4294967295")},
-             {{{"endId", -0.5}}, outside(end.c_str(), "0")},
-             {{{"endId", 1e300}}, outside(end.c_str(), "4294967295")},
-             {{{"startId", "7"}}, "[json.exception.type_error.302] type must be number, but is string"},
-             {{{"endId", nullptr}}, "[json.exception.type_error.302] type must be number, but is null"},
-         }) {
-        EXPECT_EQ(Ids(test.args), test.shown) << test.args;
+    for (const auto& [args, shown] : cases) {
+        EXPECT_EQ(Ids(args), shown) << args;
     }
     VcLogger_ClearPublicLogAndFilter();
     EXPECT_EQ(Ids(json::object()), "");

@@ -1,13 +1,8 @@
 // The jobs resources through the router, with request values and no socket.
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <VxApi/Exception.h>
+#include <Tests/Persistence/StorageFixture.h>
 #include <VxCommon/Protocol/Persistence/PersistDir.h>
-#include <VxRest/ResourceRouter.h>
-#include <VxTestSupport/LogCapture.h>
-#include <VxTestSupport/TestSystem.h>
+#include <VxTestSupport/RouterProbe.h>
 
 using namespace Nucleo::Statuses;
 using nlohmann::json;
@@ -19,36 +14,14 @@ using VxRest::Operation;
 namespace
 {
 
-// A handler that puts one item into the job store, so that jobs have content.
-class OneItemHandler final : public VxCommon::IPersistHandler
-{
-public:
-    std::string DisplayName() const override { return "One item"; }
-    void Init(VxCommon::PersistDomain domain, VxCommon::IPersistStore& store) override { Save(domain, store); }
-    void Load(VxCommon::PersistDomain /*domain*/, VxCommon::IPersistStore& /*store*/) override {}
-    void Save(VxCommon::PersistDomain /*domain*/, VxCommon::IPersistStore& store) override
-    {
-        store.Write("/item", nullptr, 0);
-    }
-};
-
-class NoUpdates final : public VxCommon::IUpdatableSystem
-{
-public:
-    void BeginUpdate(bool /*flag*/) override {}
-    void EndUpdate() override {}
-};
-
 struct Outcome
 {
     Nucleo::Status status = OK;
-    std::string message;  // As what() says it; empty on success.
-    std::string file;     // Of a Vx::Exception.
-    std::string function;
+    std::string refusal;  // "<status> <class>::<function>: <message>", or what another exception says.
     json result;
 };
 
-class JobsResourcesTest : public testing::Test
+class JobsResourcesTest : public VxCommon::StorageFixture, public VxTestSupport::RouterProbe
 {
 protected:
     JobsResourcesTest()
@@ -57,53 +30,58 @@ protected:
         manager.Init();
         manager.LoadDefaultJob();
         directory.emplace(router, manager);
-        notices = router.NotificationEvent().Subscribe([this](VxRest::EventType type, const std::string& path) {
-            noticed.push_back(std::to_string(static_cast<int>(type)) + " " + path);
-        });
     }
 
-    Outcome Call(Operation operation, const std::string& path, const json& body = nullptr, bool schema = false)
+    Outcome Call(Operation operation, const std::string& path, const json& body = nullptr)
     {
-        Outcome outcome;
-        embedded.clear();
         try {
             const auto match = router.Find(path);
-            const VxRest::RequestInfo request(path, match.Keys(), json::object(), schema);
+            const VxRest::RequestInfo request(path, match.Keys());
             VxRest::ResponseInfo response;
             switch (operation) {
                 case Operation::Document:
-                    outcome.result = match.Document(request, response);
-                    break;
+                    return {OK, {}, match.Document(request, response)};
                 case Operation::UpdateDocument:
                     match.UpdateDocument(request, body);
-                    break;
+                    return {};
                 case Operation::Create: {
                     const VxRest::CreateResult created = match.Create(request, body);
-                    outcome.result = {{"id", created.id}, {"path", created.path}};
-                    break;
+                    return {OK, {}, {{"id", created.id}, {"path", created.path}}};
                 }
                 case Operation::Delete:
                     match.Delete(request);
-                    break;
+                    return {};
                 case Operation::Invoke:
-                    outcome.result = match.Invoke(request, body);
-                    break;
-            }
-            for (const auto& entry : response.Embeddings()) {
-                EXPECT_TRUE(entry.link && entry.document.is_null());
-                embedded.push_back(entry.relation + " " + entry.path);
+                    return {OK, {}, match.Invoke(request, body)};
             }
         } catch (const Vx::Exception& exception) {
-            outcome = {exception.Status(), exception.Message(), exception.File(), exception.Function(), nullptr};
-        } catch (const std::exception& exception) {
-            outcome = {Vx::StatusOf(exception), exception.what(), {}, {}, nullptr};
+            const std::string scope = "VxCommon::Internal::Persist";
+            std::string function = exception.Function();
+            if (function.starts_with(scope)) {
+                function.erase(0, scope.size());
+                const bool command = function.find("CommandRes") != function.npos;
+                EXPECT_EQ(exception.File(), command ? "Protocol/Persistence/PersistJobsActionsRes"
+                                                    : "Protocol/Persistence/PersistJobsRes");
+            }
+            return {exception.Status(),
+                    std::to_string(exception.Status()) + " " + function + ": " + exception.Message(), nullptr};
+        } catch (const json::exception& exception) {
+            return {ERROR_PARAMETER, exception.what(), nullptr};
         }
-        return outcome;
+        return {};
     }
 
-    json Get(const std::string& path, bool schema = false)
+    std::vector<std::string> Links(const std::string& path)
     {
-        return Call(Operation::Document, path, nullptr, schema).result;
+        const auto match = router.Find(path);
+        VxRest::ResponseInfo response;
+        match.Document({path, match.Keys()}, response);
+        std::vector<std::string> links;
+        for (const auto& entry : response.Embeddings()) {
+            EXPECT_TRUE(entry.link && entry.document.is_null());
+            links.push_back(entry.relation + " " + entry.path);
+        }
+        return links;
     }
 
     static json Bytes(const std::string& text)
@@ -116,39 +94,31 @@ protected:
         return Call(Operation::Create, "/jobs/files", {{"name", name}, {"content", Bytes(content)}});
     }
 
-    VxTestSupport::TestSystem platform;
-    VxCommon::TesselSystem system{Vx::Object<void*>(platform.NewSystemReference()), &platform.Node(),
-                                  VxCommon::TesselSystem::ApplicationType::PixoraFirmware, nullptr};
-    NoUpdates updates;
-    OneItemHandler handler;
-    PersistManager manager{system, updates};
-    VxRest::ResourceRouter router;
+    VxCommon::Journal journal;
+    VxCommon::FakeUpdatable updates{journal};
+    VxCommon::FakeHandler handler{"One item", journal};
+    PersistManager manager{system_, updates};
     std::optional<VxCommon::PersistDir> directory;
-    std::vector<std::string> noticed;
-    std::vector<std::string> embedded;
-    Vx::Subscription notices;
 };
 
 TEST_F(JobsResourcesTest, TheSummaryTellsTheStateAndLinksEveryJob)
 {
     EXPECT_EQ(Get("/jobs"), json({{"defaultJob", ""}, {"loadedJob", ""}, {"loadedJobDirty", false}}));
-    EXPECT_TRUE(embedded.empty());
+    EXPECT_TRUE(Links("/jobs").empty());
 
     manager.SaveJob("b job");
     manager.SaveJob("a");
     manager.SetDefaultJob("b job");
+    EXPECT_EQ(Get("/jobs").at("loadedJobDirty"), false);
     manager.NotifyChange(handler, VxCommon::PersistDomain::JOB);
     EXPECT_EQ(Get("/jobs"), json({{"defaultJob", "b job"}, {"loadedJob", "a"}, {"loadedJobDirty", true}}));
-    EXPECT_THAT(embedded, ElementsAre("item /jobs/files/a", "item /jobs/files/b%20job"));
-
     EXPECT_EQ(Get("/jobs/files"), nullptr);
-    EXPECT_THAT(embedded, ElementsAre("item /jobs/files/a", "item /jobs/files/b%20job"));
+    for (const char* path : {"/jobs", "/jobs/files"}) {
+        EXPECT_THAT(Links(path), ElementsAre("item /jobs/files/a", "item /jobs/files/b%20job"));
+    }
 
-    const json schema = Get("/jobs", true).at("_schema");
-    EXPECT_EQ(schema.at("extendedType"), "");
-    EXPECT_EQ(schema.at("properties").at("loadedJobDirty"),
-              json({{"type", "boolean"}, {"title", "loadedJobDirty"}, {"sortOrder", 200}, {"readOnly", true}}));
-    EXPECT_EQ(schema.at("properties").at("defaultJob").at("sortOrder"), 0);
+    const json schema = Get("/jobs", json::object(), true).at("_schema");
+    EXPECT_EQ(schema.at("properties").at("loadedJobDirty").at("readOnly"), true);
 }
 
 TEST_F(JobsResourcesTest, AJobFileIsCreatedReadWrittenAndDeleted)
@@ -178,61 +148,45 @@ TEST_F(JobsResourcesTest, RefusalsNameWhatWasWrongAndChangeNothing)
 {
     CreateJob("there", "x");
     noticed.clear();
-    const std::string file = "Protocol/Persistence/PersistJobsRes";
-    const std::string files = "VxCommon::Internal::PersistJobsFilesRes::";
-    const std::string data = "VxCommon::Internal::PersistJobsFilesDataRes::";
-    const std::string both = "Jobs create resource parameters must contain name and content.";
-    struct Case
+    const std::string create = "JobsFilesRes::Create: Jobs create resource ";
+    const std::string both = "-997 " + create + "parameters must contain name and content.";
+    const struct
     {
         Operation operation;
-        std::string path;
+        const char* path;
         json body;
-        Nucleo::Status status;
-        std::string message;
-        std::string function;
-    };
-    const std::vector<Case> cases = {
-        {Operation::Create, "/jobs/files", {{"name", "x"}}, ERROR_PARAMETER, both, files + "Create"},
-        {Operation::Create, "/jobs/files", {{"content", ""}}, ERROR_PARAMETER, both, files + "Create"},
-        {Operation::Create, "/jobs/files", json::array(), ERROR_PARAMETER, both, files + "Create"},
-        {Operation::Create, "/jobs/files", nullptr, ERROR_PARAMETER, both, files + "Create"},
+        std::string refusal;
+    } cases[] = {
+        {Operation::Create, "/jobs/files", {{"name", "x"}}, both},
+        {Operation::Create, "/jobs/files", {{"content", ""}}, both},
+        {Operation::Create, "/jobs/files", json::array(), both},
+        {Operation::Create, "/jobs/files", nullptr, both},
         {Operation::Create,
          "/jobs/files",
          {{"name", ""}, {"content", ""}},
-         ERROR_PARAMETER,
-         "Jobs create resource parameter name cannot be empty.",
-         files + "Create"},
+         "-997 " + create + "parameter name cannot be empty."},
         {Operation::Create,
          "/jobs/files",
          {{"name", "there"}, {"content", "!"}},
-         ERROR_ALREADY_EXISTS,
-         "Jobs create resource request failed - 'there' already exists",
-         files + "Create"},
-        {Operation::Document, "/jobs/files/none", nullptr, ERROR_NOT_FOUND, "", files + "ReadOne"},
-        {Operation::Document, "/jobs/files/none/data", nullptr, ERROR_NOT_FOUND, "Job file none not found.",
-         data + "ReadOne"},
-        {Operation::UpdateDocument, "/jobs", json::object(), ERROR_UNSUPPORTED, "",
-         "VxCommon::Internal::PersistJobsRes::UpdateDocument"},
-        {Operation::UpdateDocument, "/jobs/files/there", json::object(), ERROR_UNSUPPORTED, "",
-         files + "UpdateDocument"},
-        {Operation::UpdateDocument, "/jobs/files/there/data", json::array({"content"}), ERROR_PARAMETER, "",
-         data + "UpdateDocument"},
-        {Operation::UpdateDocument, "/jobs/files/there/data", json::object(), ERROR_PARAMETER, "",
-         data + "UpdateDocument"},
+         "-987 " + create + "request failed - 'there' already exists"},
+        {Operation::Document, "/jobs/files/none", nullptr, "-999 JobsFilesRes::ReadOne: "},
+        {Operation::Document, "/jobs/files/none/data", nullptr,
+         "-999 JobsFilesDataRes::ReadOne: Job file none not found."},
+        {Operation::UpdateDocument, "/jobs", json::object(), "-983 JobsRes::UpdateDocument: "},
+        {Operation::UpdateDocument, "/jobs/files/there", json::object(), "-983 JobsFilesRes::UpdateDocument: "},
+        {Operation::UpdateDocument, "/jobs/files/there/data", json::array({"content"}),
+         "-997 JobsFilesDataRes::UpdateDocument: "},
+        {Operation::UpdateDocument, "/jobs/files/there/data", json::object(),
+         "-997 JobsFilesDataRes::UpdateDocument: "},
     };
-    for (const Case& c : cases) {
-        const Outcome outcome = Call(c.operation, c.path, c.body);
-        SCOPED_TRACE(c.path + " " + c.body.dump());
-        EXPECT_EQ(outcome.status, c.status);
-        EXPECT_EQ(outcome.message, c.message);
-        EXPECT_EQ(outcome.file, file);
-        EXPECT_EQ(outcome.function, c.function);
+    for (const auto& c : cases) {
+        EXPECT_EQ(Call(c.operation, c.path, c.body).refusal, c.refusal) << c.path << c.body;
     }
     const Outcome number = Call(Operation::Create, "/jobs/files", {{"name", 1}, {"content", ""}});
-    EXPECT_THAT(number.message, HasSubstr("type must be string, but is number"));
+    EXPECT_THAT(number.refusal, HasSubstr("type must be string, but is number"));
     const Outcome base64 = Call(Operation::Create, "/jobs/files", {{"name", "new"}, {"content", "ab!d"}});
     EXPECT_EQ(base64.status, ERROR_PARAMETER);
-    EXPECT_THAT(base64.message, HasSubstr("3"));
+    EXPECT_THAT(base64.refusal, HasSubstr("3"));
     EXPECT_TRUE(noticed.empty());
     EXPECT_THAT(manager.ListJobs(), ElementsAre("there"));
 
@@ -243,12 +197,8 @@ TEST_F(JobsResourcesTest, RefusalsNameWhatWasWrongAndChangeNothing)
     const VxRest::RequestInfo none;
     EXPECT_THROW(resource.Document(none, response), Vx::Exception);
     EXPECT_THROW(resource.UpdateDocument(none, {{"content", ""}}), Vx::Exception);
-    try {
-        collection.Delete(none);
-        FAIL() << "deleted nothing";
-    } catch (const Vx::Exception& exception) {
-        EXPECT_EQ(exception.Message(), "Jobs resource request info keys do not include id.");
-    }
+    EXPECT_EQ(VxTestSupport::MessageThrown([&] { collection.Delete(none); }),
+              "-997 Jobs resource request info keys do not include id.");
 }
 
 TEST_F(JobsResourcesTest, CommandsActOnTheManager)
@@ -280,47 +230,42 @@ TEST_F(JobsResourcesTest, CommandsActOnTheManager)
 
 TEST_F(JobsResourcesTest, CommandsRefuseWrongArguments)
 {
-    const std::string noDest = "Jobs copy command resource args do not contain destName.";
-    const std::string noSource = "Jobs copy command resource args do not contain sourceName.";
-    struct Case
+    const auto empty = [](const std::string& name, const std::string& command) {
+        return "-997 Jobs" + name + "CommandRes::Invoke: Jobs " + command + " command resource args empty.";
+    };
+    const auto lacks = [](const std::string& name, const std::string& command, const std::string& what) {
+        return "-997 Jobs" + name + "CommandRes::Invoke: Jobs " + command + " command resource args do not contain " +
+               what + ".";
+    };
+    const struct
     {
-        std::string command;
+        const char* command;
         json args;
-        std::string message;  // Exact for the resource's own, a part for those of the JSON library.
-        bool own = true;
+        std::string refusal;  // The JSON library's own in part.
+    } cases[] = {
+        {"load", nullptr, empty("Load", "load")},
+        {"load", json::object(), empty("Load", "load")},
+        {"load", json::array(), empty("Load", "load")},
+        {"load", {{"fromFactory", 1}}, "type must be boolean, but is number"},
+        {"load", {{"name", true}}, "type must be string, but is boolean"},
+        {"save", json::object(), empty("Save", "save")},
+        {"save", 5, "cannot use value() with number"},
+        {"save", {{"name", nullptr}}, "type must be string, but is null"},
+        {"save", {{"name", ""}}, "VxCommon::PersistManager::SaveJob"},  // The manager decides what that means.
+        {"setDefault", nullptr, empty("SetDefault", "set default")},
+        {"copy", {{"sourceName", "a"}}, lacks("Copy", "copy", "destName")},
+        {"copy", {{"destName", "a"}}, lacks("Copy", "copy", "sourceName")},
+        {"copy", nullptr, lacks("Copy", "copy", "destName")},
+        {"copy", json::array({1}), lacks("Copy", "copy", "destName")},
+        {"rename", {{"destName", "a"}}, lacks("Rename", "copy", "sourceName")},
+        {"rename", json::object(), lacks("Rename", "copy", "destName")},
+        {"copy", {{"sourceName", 1}, {"destName", "a"}}, "type must be string, but is number"},
     };
-    const std::vector<Case> cases = {
-        {"load", nullptr, "Jobs load command resource args empty."},
-        {"load", json::object(), "Jobs load command resource args empty."},
-        {"load", json::array(), "Jobs load command resource args empty."},
-        {"load", {{"fromFactory", 1}}, "type must be boolean, but is number", false},
-        {"load", {{"name", true}}, "type must be string, but is boolean", false},
-        {"save", json::object(), "Jobs save command resource args empty."},
-        {"save", 5, "cannot use value() with number", false},
-        {"save", {{"name", nullptr}}, "type must be string, but is null", false},
-        {"setDefault", nullptr, "Jobs set default command resource args empty."},
-        {"copy", {{"sourceName", "a"}}, noDest},
-        {"copy", {{"destName", "a"}}, noSource},
-        {"copy", nullptr, noDest},
-        {"copy", json::array({1}), noDest},
-        {"rename", {{"destName", "a"}}, noSource},
-        {"rename", json::object(), noDest},
-        {"copy", {{"sourceName", 1}, {"destName", "a"}}, "type must be string, but is number", false},
-    };
-    for (const Case& c : cases) {
-        const Outcome outcome = Call(Operation::Invoke, "/jobs/commands/" + c.command, c.args);
-        SCOPED_TRACE(c.command + " " + c.args.dump());
-        EXPECT_EQ(outcome.status, ERROR_PARAMETER);
-        if (c.own) {
-            EXPECT_EQ(outcome.message, c.message);
-            EXPECT_EQ(outcome.file, "Protocol/Persistence/PersistJobsActionsRes");
-            EXPECT_THAT(outcome.function, testing::MatchesRegex("VxCommon::Internal::PersistJobs.*CommandRes::Invoke"));
-        } else {
-            EXPECT_THAT(outcome.message, HasSubstr(c.message));
-        }
+    for (const auto& c : cases) {
+        const Outcome outcome = Call(Operation::Invoke, std::string("/jobs/commands/") + c.command, c.args);
+        EXPECT_EQ(outcome.status, ERROR_PARAMETER) << c.command << c.args;
+        EXPECT_THAT(outcome.refusal, HasSubstr(c.refusal)) << c.command << c.args;
     }
-    // The manager decides what an empty name means.
-    EXPECT_EQ(Call(Operation::Invoke, "/jobs/commands/save", {{"name", ""}}).file, "Persistence/PersistManager");
 }
 
 TEST_F(JobsResourcesTest, EveryKindOfJobChangeHasItsNotice)

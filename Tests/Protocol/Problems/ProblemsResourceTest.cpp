@@ -2,14 +2,14 @@
 
 #include <atomic>
 #include <optional>
-#include <thread>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <VxApi/Exception.h>
 #include <VxCommon/Protocol/Problems/ProblemsDir.h>
 #include <VxTestSupport/LogCapture.h>
+#include <VxTestSupport/RouterProbe.h>
+#include <VxTestSupport/Threads.h>
 
 using nlohmann::json;
 using testing::ElementsAre;
@@ -19,30 +19,22 @@ using VxCommon::ProblemsManager;
 namespace
 {
 
-class ProblemsResourceTest : public testing::Test
+class ProblemsResourceTest : public testing::Test, public VxTestSupport::RouterProbe
 {
 protected:
-    json Get(bool schema = false)
-    {
-        const auto match = router.Find("/problems");
-        VxRest::ResponseInfo response;
-        return match.Document({"/problems", match.Keys(), json::object(), schema}, response);
-    }
-
     ProblemsManager manager;
-    VxRest::ResourceRouter router;
     std::optional<ProblemsDir> directory{manager};
 };
 
 TEST_F(ProblemsResourceTest, ShowsTheListInOrderWithItsSchemaOnRequest)
 {
     directory->Register(router);
-    EXPECT_EQ(Get(), json::parse(R"({"items": []})"));
+    EXPECT_EQ(Get("/problems"), json::parse(R"({"items": []})"));
     manager.Add(VcProblemSeverity_Potential, "b", "hot");
     manager.Add(VcProblemSeverity_Blocking, "a", "hot");
-    EXPECT_EQ(Get(), json::parse(R"({"items": [{"msg": "hot", "source": "b", "severity": 0},
+    EXPECT_EQ(Get("/problems"), json::parse(R"({"items": [{"msg": "hot", "source": "b", "severity": 0},
                                                {"msg": "hot", "source": "a", "severity": 1}]})"));
-    const json withSchema = Get(true);
+    const json withSchema = Get("/problems", json::object(), true);
     EXPECT_EQ(withSchema.at("items").size(), 2U);
     EXPECT_EQ(withSchema.at("_schema").at("properties").at("severity"),
               json::parse(R"({"type": "integer", "title": "severity", "sortOrder": 200, "oneOf": [
@@ -52,11 +44,9 @@ TEST_F(ProblemsResourceTest, ShowsTheListInOrderWithItsSchemaOnRequest)
 
 TEST_F(ProblemsResourceTest, EveryNotificationIsANotice)
 {
-    std::vector<std::string> notices;
     const Vx::Subscription subscription =
-        router.NotificationEvent().Subscribe([&](VxRest::EventType type, const std::string& path) {
-            notices.push_back(std::to_string(static_cast<int>(type)) + " " + path);
-            if (notices.size() == 3) {
+        router.NotificationEvent().Subscribe([&](VxRest::EventType, const std::string&) {
+            if (noticed.size() == 3) {
                 throw std::runtime_error("no client");
             }
         });
@@ -67,7 +57,7 @@ TEST_F(ProblemsResourceTest, EveryNotificationIsANotice)
     manager.Add(VcProblemSeverity_Potential, "b", "hot");
     manager.Remove(problem);
     manager.EndUpdate();
-    EXPECT_THAT(notices, ElementsAre("2 /problems", "2 /problems"));
+    EXPECT_THAT(noticed, ElementsAre("2 /problems", "2 /problems"));
     const VxTestSupport::ScopedLogCapture log;
     manager.Add(VcProblemSeverity_Blocking, "c", "hot");
     EXPECT_EQ(manager.Count(), 2U) << "a notice that fails undoes nothing";
@@ -79,30 +69,24 @@ TEST_F(ProblemsResourceTest, EveryNotificationIsANotice)
     directory.reset();
     EXPECT_TRUE(router.Patterns().empty());
     manager.Clear();
-    EXPECT_EQ(notices.size(), 3U);
+    EXPECT_EQ(noticed.size(), 3U);
 }
 
 TEST_F(ProblemsResourceTest, IsReadMadeAndEndedWhileOthersChangeTheList)
 {
     std::atomic<bool> stop = false;
-    std::vector<std::thread> threads;
-    for (int thread = 0; thread < 2; ++thread) {
-        threads.emplace_back([&, thread] {
-            while (!stop) {
-                manager.TryRemove(manager.Add(VcProblemSeverity_Potential, "thread", "%d", thread));
-            }
-        });
-    }
-    for (int round = 0; round < 200; ++round) {
-        directory.emplace(manager);
-        directory->Register(router);
-        EXPECT_LE(Get().at("items").size(), 2U);
-        directory.reset();
-    }
-    stop = true;
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    VxTestSupport::OnThreads(3, [&](int thread) {
+        while (thread < 2 && !stop) {
+            manager.TryRemove(manager.Add(VcProblemSeverity_Potential, "thread", "%d", thread));
+        }
+        for (int round = 0; thread == 2 && round < 200; ++round) {
+            directory.emplace(manager);
+            directory->Register(router);
+            EXPECT_LE(Get("/problems").at("items").size(), 2U);
+            directory.reset();
+        }
+        stop = stop || thread == 2;
+    });
 }
 
 }  // namespace

@@ -49,12 +49,11 @@ public:
     /// Drops the faults and hooks that have not fired.
     void ClearFaults();
 
-    /// Calls of an operation since construction, failed ones included. List is always on the name "".
-    std::size_t Calls(FileOp op, std::string_view name = {}) const;
+    /// Calls of an operation on this file since construction, failed ones included. List is always on the name "".
+    std::size_t Calls(FileOp op, std::string_view name) const;
 
-    /// Uploads and downloads that succeeded.
+    /// Uploads that succeeded.
     std::size_t Writes(std::string_view name = {}) const;
-    std::size_t Reads(std::string_view name = {}) const;
 
     /// Remembers the present content for Unchanged().
     void Mark();
@@ -79,7 +78,6 @@ public:
 
 private:
     using Files = std::map<std::string, std::shared_ptr<const Bytes>, std::less<>>;
-    using Counters = std::map<std::pair<FileOp, std::string>, std::size_t>;
 
     /// Something that happens at a chosen call: a fault or a hook.
     struct Aim
@@ -91,16 +89,16 @@ private:
         std::function<void()> hook;
     };
 
+    /// Counts the call and answers what it is to fail with: what was aimed at it, or a name that is none.
     Nucleo::Status Enter(FileOp op, std::string_view name) const VX_EXCLUDES(mutex_);
-    void Succeeded(FileOp op, std::string_view name) const VX_REQUIRES(mutex_);
-    static std::size_t Count(const Counters& counters, FileOp op, std::string_view name);
+    std::shared_ptr<const Bytes> Find(std::string_view name) const VX_EXCLUDES(mutex_);
 
     mutable Nucleo::Mutex mutex_;
     Files files_ VX_GUARDED_BY(mutex_);
     Files marked_ VX_GUARDED_BY(mutex_);
     mutable std::vector<Aim> aims_ VX_GUARDED_BY(mutex_);
-    mutable Counters calls_ VX_GUARDED_BY(mutex_);
-    mutable Counters successes_ VX_GUARDED_BY(mutex_);
+    mutable std::map<std::pair<FileOp, std::string>, std::size_t> calls_ VX_GUARDED_BY(mutex_);
+    std::map<std::string, std::size_t, std::less<>> writes_ VX_GUARDED_BY(mutex_);
 };
 
 }  // namespace VxTestSupport
