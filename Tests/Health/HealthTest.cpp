@@ -15,13 +15,13 @@
 #include <gmock/gmock.h>
 
 #include <TesselLib/VirtualSystem.h>
-#include <VxApi/Exception.h>
 #include <VxApi/Locker.h>
 #include <VxCommon/Health/Health.h>
-#include <VxTestSupport/FailingAllocator.h>
+#include <VxTestSupport/AllocationSweep.h>
 #include <VxTestSupport/LogCapture.h>
 #include <VxTestSupport/ManualTime.h>
 #include <VxTestSupport/ScopedDefaultAllocator.h>
+#include <VxTestSupport/Thrown.h>
 #include <VxVision/ProbeHook.h>
 
 using namespace Nucleo::Statuses;
@@ -29,6 +29,7 @@ using namespace std::chrono_literals;
 using Nucleo::Handle;
 using testing::ElementsAre;
 using VxCommon::Health;
+using VxTestSupport::MessageThrown;
 
 namespace
 {
@@ -44,18 +45,6 @@ TesselLib::HealthStatistic Record(std::uint32_t id, std::uint32_t instance, std:
     TesselLib::HealthStatistic record{{}, id, instance, value};
     ("n" + std::to_string(id)).copy(record.name, sizeof record.name - 1);
     return record;
-}
-
-/// What is thrown: its status and message.
-template <class Action>
-std::string Thrown(Action action)
-{
-    try {
-        action();
-    } catch (const Vx::Exception& exception) {
-        return std::to_string(exception.Status()) + " " + exception.Message();
-    }
-    return "nothing";
 }
 
 class HealthTest : public testing::Test
@@ -168,7 +157,7 @@ TEST_F(HealthTest, SourcesAreNumberedByNodes)
         for (const std::uint32_t id : {9U, 5U, unknownId}) {
             health.AddNode(id, 1);
         }
-        EXPECT_THAT(Thrown([&] { health.AddNode(5, 0); }), testing::StartsWith("-987"));
+        EXPECT_THAT(MessageThrown([&] { health.AddNode(5, 0); }), testing::StartsWith("-987"));
         VcIndicatorSet* set = nullptr;
         health.AddHealthSet(-4, &set);
         VcIndicatorSet* again = nullptr;
@@ -196,7 +185,8 @@ TEST_F(HealthTest, SourcesAreNumberedByNodes)
         EXPECT_FALSE(health.GetPlatformValue(0, 30, 0, &value));
         EXPECT_FALSE(health.GetPlatformValueByNodeId(5, 30, 2, &value));
         for (const std::int32_t source : {-1, 99, 101}) {
-            EXPECT_THAT(Thrown([&] { health.GetPlatformValue(source, 30, 0, &value); }), testing::StartsWith("-996"));
+            EXPECT_THAT(MessageThrown([&] { health.GetPlatformValue(source, 30, 0, &value); }),
+                        testing::StartsWith("-996"));
         }
         VxTestSupport::ScopedLogCapture log;
         EXPECT_FALSE(health.GetPublicValue(-4, 31, 0, &value));
@@ -279,8 +269,8 @@ TEST_F(HealthTest, AggregatesAreTheSumsOverAllNodes)
             ASSERT_EQ(static_cast<std::uint64_t>(AppValue(health, 40)), shown) << "step " << step;
         }
     }
-    EXPECT_EQ(Thrown([&] { health.AddAggregateProbe(std::string(64, 'x'), 41, 0, nullptr); }), "nothing");
-    EXPECT_THAT(Thrown([&] { health.AddAggregateProbe(std::string(65, 'x'), 42, 0, nullptr); }),
+    EXPECT_EQ(MessageThrown([&] { health.AddAggregateProbe(std::string(64, 'x'), 41, 0, nullptr); }), "nothing");
+    EXPECT_THAT(MessageThrown([&] { health.AddAggregateProbe(std::string(65, 'x'), 42, 0, nullptr); }),
                 testing::StartsWith("-997"));
     Report(localId, {});
     std::string name;
@@ -311,9 +301,9 @@ TEST_F(HealthTest, ADigestCallsHandlersThenPublishesThenRaisesUnderTheLock)
     const auto second =
         health.AddNodeIndicatorsHandler(9, [&](Health&, std::uint32_t, void*) { throw std::runtime_error("no"); });
     EXPECT_NE(first, second);
-    EXPECT_THAT(Thrown([&] { health.AddNodeIndicatorsHandler(unknownId, {}); }), testing::StartsWith("-999"));
+    EXPECT_THAT(MessageThrown([&] { health.AddNodeIndicatorsHandler(unknownId, {}); }), testing::StartsWith("-999"));
     failing = 5;
-    EXPECT_THAT(Thrown([&] { health.AddNodeIndicatorsHandler(5, {}); }), testing::StartsWith("-50"));
+    EXPECT_THAT(MessageThrown([&] { health.AddNodeIndicatorsHandler(5, {}); }), testing::StartsWith("-50"));
     EXPECT_THAT(opened, ElementsAre(localId, mainId, 9U, 5U));
 
     const auto updated = health.NodeCacheUpdatedEvent().Subscribe([&](Health& of, std::uint32_t node, void* cache) {
@@ -351,7 +341,7 @@ TEST_F(HealthTest, ADigestCallsHandlersThenPublishesThenRaisesUnderTheLock)
     Inject(9, Records{});
     Report(mainId, {Record(1, 0, 1)});
     EXPECT_THAT(calls, ElementsAre("first 9 0"));
-    EXPECT_THAT(Thrown([&] { health.AddNodeIndicatorsHandler(localId, {}); }), testing::StartsWith("-1000"));
+    EXPECT_THAT(MessageThrown([&] { health.AddNodeIndicatorsHandler(localId, {}); }), testing::StartsWith("-1000"));
     EXPECT_EQ(messages.Live(), 0);
 }
 
@@ -393,33 +383,24 @@ TEST_F(HealthTest, TooManyMessagesAreDroppedAndSaidOnce)
 TEST_F(HealthTest, EveryAllocationMayFail)
 {
     PrepareQueue();
-    for (int number = 0;; ++number) {
+    VxTestSupport::SweepFailures([this](VxTestSupport::FailingAllocator& objects) {
         VxTestSupport::ScopedLogCapture log;
-        VxTestSupport::FailingAllocator objects(number);
-        {
-            const VxTestSupport::ScopedDefaultAllocator use(objects);
-            std::optional<Health> health;
-            try {
-                health.emplace(handle(), localId, mainId);
-            } catch (const Vx::Exception& exception) {
-                EXPECT_EQ(exception.Status(), ERROR_MEMORY);
-                EXPECT_EQ(exception.Function(), "VxCommon::Health::Health");
-                continue;
-            }
-            int updates = 0;
-            const auto updated =
-                health->NodeCacheUpdatedEvent().Subscribe([&](Health&, std::uint32_t, void*) { ++updates; });
-            Report(localId, {Record(20000, 0, 1), Record(2201, 0, 1)});
-            EXPECT_EQ(updates + log.Count("Job of runner 'health' failed (out of memory (ERROR_MEMORY, -996))."), 1);
-            Report(localId, {Record(20000, 0, 2), Record(2201, 0, 2)});
-            EXPECT_EQ(AppValue(*health, 20000), 2);
-            EXPECT_EQ(AppValue(*health, 21010), 2);
+        const VxTestSupport::ScopedDefaultAllocator use(objects);
+        std::optional<Health> health;
+        if (const auto exception = VxTestSupport::Caught([&] { health.emplace(handle(), localId, mainId); })) {
+            EXPECT_EQ(exception->Status(), ERROR_MEMORY);
+            EXPECT_EQ(exception->Function(), "VxCommon::Health::Health");
+            return;
         }
-        EXPECT_EQ(objects.Live(), 0);
-        if (!objects.Failed()) {
-            break;
-        }
-    }
+        int updates = 0;
+        const auto updated =
+            health->NodeCacheUpdatedEvent().Subscribe([&](Health&, std::uint32_t, void*) { ++updates; });
+        Report(localId, {Record(20000, 0, 1), Record(2201, 0, 1)});
+        EXPECT_EQ(updates + log.Count("Job of runner 'health' failed (out of memory (ERROR_MEMORY, -996))."), 1);
+        Report(localId, {Record(20000, 0, 2), Record(2201, 0, 2)});
+        EXPECT_EQ(AppValue(*health, 20000), 2);
+        EXPECT_EQ(AppValue(*health, 21010), 2);
+    });
 }
 
 TEST_F(HealthTest, StopMayComeFromAListenerAndEndsEverything)
@@ -444,7 +425,7 @@ TEST_F(HealthTest, StopMayComeFromAListenerAndEndsEverything)
     EXPECT_EQ(log.Count("Health started."), 1);
     EXPECT_EQ(VxCommon::GlobalHealth(), nullptr);
     // Somebody else's handler stays where it is, also when a construction fails for it.
-    EXPECT_EQ(Thrown([&] { Health(handle(), localId, mainId); }),
+    EXPECT_EQ(MessageThrown([&] { Health(handle(), localId, mainId); }),
               "-987 Error -987 initializing health object for local id 7, main id 3");
     EXPECT_EQ(system->SetHealthHandler([](void*, TesselLib::HealthMessage&) {}, nullptr), ERROR_ALREADY_EXISTS);
 }
@@ -452,16 +433,16 @@ TEST_F(HealthTest, StopMayComeFromAListenerAndEndsEverything)
 TEST_F(HealthTest, AFailedConstructionLeavesNothingBehind)
 {
     failing = mainId;
-    EXPECT_EQ(Thrown([&] { Health(handle(), localId, mainId); }),
+    EXPECT_EQ(MessageThrown([&] { Health(handle(), localId, mainId); }),
               "-50 Error -50 initializing health object for local id 7, main id 3");
     EXPECT_EQ(VxCommon::GlobalHealth(), nullptr);
     failing = 0;
-    EXPECT_EQ(Thrown([&] { Health(nullptr, 1, 2); }),
+    EXPECT_EQ(MessageThrown([&] { Health(nullptr, 1, 2); }),
               "-997 Error -997 initializing health object for local id 1, main id 2");
 
     Health health(handle(), localId, unknownId);  // A node that the system does not find.
     EXPECT_EQ(VxCommon::GlobalHealth(), &health);
-    EXPECT_EQ(Thrown([&] { Health(handle(), 1, 4294967295); }),
+    EXPECT_EQ(MessageThrown([&] { Health(handle(), 1, 4294967295); }),
               "-987 Error -987 initializing health object for local id 1, main id 4294967295");
     EXPECT_EQ(VxCommon::GlobalHealth(), &health);
     Report(localId, {Record(20000, 0, 1)});
