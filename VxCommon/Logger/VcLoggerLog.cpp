@@ -67,13 +67,12 @@ Status AttachArguments(VcLog& log, const char* format, const Nucleo::FormatArgs&
     return OK;
 }
 
-/// Prints `format`; `stripped` is room for it without its positional markers.
+/// Prints `format`, which takes no notice of positional markers. Without them it has to fit into `stripped`.
 Status PrintText(const char* format, const Nucleo::FormatArgs& args, char (&stripped)[VcLogger::TextCapacity],
                  char* buffer, std::size_t capacity, std::size_t* length)
 {
     const std::string_view whole(format);
-    // Without markers there is nothing to strip; then only the length counts.
-    if (whole.size() >= sizeof stripped || whole.find('$') != std::string_view::npos) {
+    if (whole.size() >= sizeof stripped) {
         if (!Vx::Logging::StripPositionalParameters(format, stripped, sizeof stripped)) {
             return ERROR_CAPACITY;
         }
@@ -158,7 +157,7 @@ Status VcLogger_LogfImpl(VcLogger* logger, VcLog* log, std::uint32_t structured,
             return OK;
         }
         if (structured == 0) {
-            return InsertNow(*logger, *log, type, {text, strnlen(text, length)});  // "%c" may have printed a NUL.
+            return InsertNow(*logger, *log, type, {text, length});
         }
         const Status status = InsertNow(*logger, *log, type, format);
         return status == OK ? AttachArguments(*log, format, args) : status;

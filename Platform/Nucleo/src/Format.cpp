@@ -47,6 +47,18 @@ public:
         Advance(size);
     }
     void Put(std::string_view text) { Put(text.data(), text.size()); }
+    // Puts the first `size` bytes of `text`. Most pieces of formats are short: these are copied in one go together with
+    // what follows them, where that can be read and there is room for it, which saves a call for each.
+    void PutFrontOf(std::string_view text, std::size_t size)
+    {
+        constexpr std::size_t oneGo = 32;
+        if (size <= oneGo && text.size() >= oneGo && Room() >= oneGo) {
+            std::memcpy(end_, text.data(), oneGo);
+            end_ += size;
+        } else {
+            Put(text.data(), size);
+        }
+    }
     // Counts what was written at End(), or would have been, had there been room.
     void Advance(std::size_t size)
     {
@@ -55,7 +67,12 @@ public:
         lost_ += size - kept;
     }
 
+    // A NUL was put: the text ends there for those who read it as a C string.
+    void MarkNul() { hasNul_ = true; }
+    bool HasNul() const { return hasNul_; }
+
 private:
+    bool hasNul_ = false;
     char* begin_;
     char* end_;   // Of the text so far.
     char* last_;  // Where it has to end.
@@ -84,17 +101,22 @@ bool SkipNumber(std::string_view text, std::size_t& at)
     return value <= widest;
 }
 
-Specifier ReadSpecifier(std::string_view text)
+// Of a positional marker ("2$") at the beginning; 0 when there is none, so that digits are flags and width.
+std::size_t MarkerSize(std::string_view text)
 {
-    Specifier specifier;
     std::size_t at = 0;
     while (at < text.size() && IsDigit(text[at])) {
         ++at;
     }
-    if (at == 0 || at == text.size() || text[at] != '$') {
-        at = 0;  // No position: the digits are flags and width.
-    } else {
-        ++at;
+    return at != 0 && at < text.size() && text[at] == '$' ? at + 1 : 0;
+}
+
+Specifier ReadSpecifier(std::string_view text)
+{
+    Specifier specifier;
+    std::size_t at = 0;
+    while (const std::size_t marker = MarkerSize(text.substr(at))) {
+        at += marker;
     }
     const std::size_t begin = at;
     while (at < text.size() && IsFlag(text[at])) {
@@ -262,6 +284,9 @@ void PutSlot(Sink& out, const Specifier& specifier, std::uint64_t slot, ArgKind 
         case 'c':
             if (isInteger) {
                 PutFormatted(out, specifier, "c", static_cast<int>(slot));
+                if (static_cast<char>(slot) == '\0') {
+                    out.MarkNul();
+                }
                 return;
             }
             break;
@@ -311,7 +336,7 @@ void PrintInto(Sink& out, std::string_view format, FormatArgs args)
     std::size_t at = 0;
     while (at < format.size()) {
         const std::size_t percent = std::min(format.find('%', at), format.size());
-        out.Put(format.substr(at, percent - at));
+        out.PutFrontOf(format.substr(at), percent - at);
         if (percent == format.size()) {
             break;
         }
@@ -374,10 +399,12 @@ Status PrintTo(char* buffer, std::size_t capacity, std::size_t* length, std::str
         Sink out(buffer, capacity - 1);
         PrintInto(out, format, args);
         if (out.Length() < capacity) {
-            printed = out.Length();
+            *out.End() = '\0';
+            printed = out.HasNul() ? std::strlen(buffer) : out.Length();
             status = OK;
+        } else {
+            buffer[0] = '\0';
         }
-        buffer[printed] = '\0';
     }
     if (length != nullptr) {
         *length = printed;

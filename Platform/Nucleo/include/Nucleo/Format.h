@@ -102,8 +102,9 @@ struct ArgCursor
 std::string Print(std::string_view format, FormatArgs args);
 
 /// The same into `capacity` bytes, NUL-ended, without taking memory (but for what the C library may take and give back
-/// for a width or precision of many hundreds); `*length` (may be null) is the text's length. A text that does not fit
-/// is ERROR_CAPACITY, and the buffer then holds an empty text (when it has any room).
+/// for a width or precision of many hundreds); `*length` (may be null) is the text's length, up to a NUL that "%c" may
+/// have printed. A text that does not fit is ERROR_CAPACITY, and the buffer then holds an empty text (when it has any
+/// room).
 Status PrintTo(char* buffer, std::size_t capacity, std::size_t* length, std::string_view format,
                FormatArgs args) noexcept;
 

@@ -9,7 +9,8 @@
 namespace Nucleo
 {
 
-/// A re-entrant lock: the holding thread may take it again and must leave it as often.
+/// A re-entrant lock: the holding thread may take it again and must leave it as often. Who finds it taken tries again
+/// for a moment before it sleeps: it is made for holders that take less time than falling asleep does.
 class VX_CAPABILITY("mutex") Lock
 {
 public:
@@ -17,11 +18,18 @@ public:
     Lock(const Lock&) = delete;
     Lock& operator=(const Lock&) = delete;
 
-    void Enter() VX_ACQUIRE() { mutex_.lock(); }
+    void Enter() VX_ACQUIRE()
+    {
+        if (!mutex_.try_lock()) {
+            EnterTaken();
+        }
+    }
     void Leave() VX_RELEASE() { mutex_.unlock(); }
     bool TryEnter() VX_TRY_ACQUIRE(true) { return mutex_.try_lock(); }
 
 private:
+    void EnterTaken();
+
     std::recursive_mutex mutex_;
 };
 
