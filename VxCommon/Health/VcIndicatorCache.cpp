@@ -118,9 +118,10 @@ inline const VcHealthIndicator* FindItem(const VcIndicatorCache& cache, std::uin
         return nullptr;
     }
     const VcHealthIndicator* items = cache.items->Items().data();
+    const VcIndicatorListItem* list = cache.list->Items().data();
     std::size_t position = chain->first;
     while (items[position].instance != instance) {
-        position = cache.list->At(position).next;
+        position = list[position].next;
         if (position == none) {
             return nullptr;
         }
