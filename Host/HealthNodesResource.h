@@ -10,7 +10,7 @@ namespace VxHost
 {
 
 /// "/health/nodes": how the reports of the nodes come in; "/health/nodes/:id": those of one, which can be silenced when
-/// it is a simulated one. Safe on any thread.
+/// it is a simulated one. Safe on any thread; not immediate, since there may be many nodes.
 class HealthNodesResource final : public VxRest::DocumentResourceBase
 {
 public:
@@ -23,7 +23,6 @@ public:
 
     /// Takes {"reporting": false} or true for one node; see HealthReporter::SetReporting for what is refused.
     void UpdateDocument(const VxRest::RequestInfo& request, const nlohmann::json& document) override;
-    bool IsImmediate() const override { return true; }
 
     /// Tells that the state of a node has changed.
     void Notify() { notices_.Raise(); }

@@ -117,12 +117,16 @@ void MachineCounters::ReadCores()
         const std::uint64_t busy = Growth(then.times.busy, now.busy);
         const std::uint64_t idle = Growth(then.times.idle, now.idle);
         // Nothing new is known after an interval without a tick.
-        cores[now.core] = {now, busy + idle != 0 ? Percent(busy, idle) : then.load};
+        Core& core = cores[now.core] = {now, busy + idle != 0 ? Percent(busy, idle) : then.load};
+        if (now.busy >= then.times.busy) {
+            // The kernel may count waiting for devices back a little; who reads a counter must not see that.
+            core.times.idle = std::max(now.idle, then.times.idle);
+        }
     }
     cores_ = std::move(cores);
     reading_.cores.clear();
     for (const auto& [number, core] : cores_) {
-        reading_.cores.push_back({core.load, static_cast<double>(core.times.busy) / ticksPerSecond,
+        reading_.cores.push_back({number, core.load, static_cast<double>(core.times.busy) / ticksPerSecond,
                                   static_cast<double>(core.times.idle) / ticksPerSecond});
     }
 }

@@ -10,8 +10,9 @@ namespace VxHost
 
 struct CoreReading
 {
+    std::uint32_t number = 0;                 ///< As the kernel numbers it; cores that are switched off are missing.
     std::uint64_t load = 0;                   ///< Percent since the reading before, 0..100; at first since boot.
-    double busySeconds = 0, idleSeconds = 0;  ///< Since boot.
+    double busySeconds = 0, idleSeconds = 0;  ///< Since boot; they shrink only when the core begins anew.
 };
 
 struct InterfaceReading

@@ -1,5 +1,7 @@
 #include "NodeWatch.h"
 
+#include <utility>
+
 #include <Nucleo/Clock.h>
 #include <VxApi/Locker.h>
 #include <VxApi/Logging.h>
@@ -17,6 +19,7 @@ NodeWatch::NodeWatch(VxCommon::Health& health, const std::vector<std::uint32_t>&
         for (const std::uint32_t id : nodeIds) {
             entries_[id].lastTime = now;
         }
+        lastCheck_ = now;
     }
     reports_ = health.NodeCacheUpdatedEvent().Subscribe(
         [this](VxCommon::Health&, std::uint32_t nodeId, void*) { OnReport(nodeId); });
@@ -61,6 +64,10 @@ bool NodeWatch::Check()
     std::vector<Node> changed;
     {
         const Nucleo::MutexGuard guard(mutex_);
+        const std::uint64_t before = std::exchange(lastCheck_, now);
+        if (now - before > static_cast<std::uint64_t>(2 * HealthReporter::Period.count())) {
+            return false;
+        }
         for (auto& [id, entry] : entries_) {
             const Node node = Describe(id, entry, now);
             if (node.state != entry.checked) {

@@ -56,7 +56,8 @@ public:
     std::optional<Node> Find(std::uint32_t nodeId) const;
 
     /// Logs which nodes have become stale, or are back, since the last check. True when any has. Whoever shows the
-    /// states calls it once a second and tells of it.
+    /// states calls it once a second and tells of it. A check that comes late judges nothing: what held it up will have
+    /// held up the reports as well.
     bool Check();
 
 private:
@@ -73,6 +74,7 @@ private:
     VxCommon::Health& health_;
     mutable Nucleo::Mutex mutex_;  // A leaf: nothing is called under it.
     std::map<std::uint32_t, Entry> entries_ VX_GUARDED_BY(mutex_);
+    std::uint64_t lastCheck_ VX_GUARDED_BY(mutex_) = 0;  // Microseconds.
     Vx::Subscription reports_;
 };
 

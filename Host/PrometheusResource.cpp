@@ -21,13 +21,14 @@ void WriteCores(OpenMetrics& page, const std::vector<CoreReading>& cores)
 {
     page.Begin(Kind::Counter, "vx_cpu_seconds", "seconds", "Time of a core since the machine started, by what it did.",
                {"core", "mode"});
-    for (std::size_t core = 0; core < cores.size(); ++core) {
-        page.Add(cores[core].busySeconds, {core, "busy"});
-        page.Add(cores[core].idleSeconds, {core, "idle"});
+    for (const CoreReading& core : cores) {
+        page.Add(core.busySeconds, {core.number, "busy"});
+        page.Add(core.idleSeconds, {core.number, "idle"});
     }
-    page.Begin(Kind::Gauge, "vx_cpu_load_ratio", "ratio", "Load of a core in the last second.", {"core"});
-    for (std::size_t core = 0; core < cores.size(); ++core) {
-        page.Add(static_cast<double>(cores[core].load) / 100, {core});
+    page.Begin(Kind::Gauge, "vx_cpu_load_ratio", "ratio",
+               "Load of a core since the reading a second before; at first since the machine started.", {"core"});
+    for (const CoreReading& core : cores) {
+        page.Add(static_cast<double>(core.load) / 100, {core.number});
     }
 }
 
@@ -79,7 +80,8 @@ void WriteInterfaces(OpenMetrics& page, const std::vector<InterfaceReading>& int
 
 void WriteNodes(OpenMetrics& page, const std::vector<NodeWatch::Node>& nodes)
 {
-    page.Begin(Kind::Gauge, "vx_node_online", "", "1 while a node of the system reports its health.", {"node"});
+    page.Begin(Kind::Gauge, "vx_node_online", "", "0 once a node of the system has missed three reports of its health.",
+               {"node"});
     for (const NodeWatch::Node& node : nodes) {
         page.Add(node.state == NodeState::Online ? 1 : 0, {node.id});
     }

@@ -79,6 +79,8 @@ TEST(HealthEndToEndTest, MetricsAreTheMachinesOwn)
         EXPECT_GE(interfaces[i].at("rxBytes"), before[i]) << metrics;
         EXPECT_LE(interfaces[i].at("rxBytes"), after[i]) << metrics;
     }
+    const json schema = host.Get("/metrics?schema=true").Json().at("_schema").at("properties");
+    EXPECT_EQ(schema.at("cpuCores").at("items").at("properties").at("value").at("type"), "integer");
     struct statvfs root;
     ASSERT_EQ(::statvfs("/", &root), 0);
     EXPECT_EQ(metrics.at("storageVolumes").at(0).at("capacity"), root.f_blocks * root.f_frsize);

@@ -1,6 +1,7 @@
 // vxhost as its users meet it: settings, notices and jobs over a restart; its command line; its files under attack.
 
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -43,7 +44,8 @@ json Document(const HostProcess& host, std::string_view target)
 std::vector<std::string> Notices(EventReader& reader, std::size_t count)
 {
     std::vector<std::string> notices;
-    while (notices.size() < count) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (notices.size() < count && std::chrono::steady_clock::now() < end) {
         const auto event = reader.Next();
         if (!event) {
             break;

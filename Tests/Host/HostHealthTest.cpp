@@ -1,5 +1,6 @@
 // The host's health on a virtual system whose time the test drives: reports, the watch over nodes, resources, notices.
 
+#include <limits>
 #include <map>
 
 #include <Host/HealthReport.h>
@@ -117,6 +118,9 @@ TEST_F(HostHealthTest, NodeThatNeverReportedIsAsOldAsTheWatch)
     EXPECT_EQ(late.Find(7)->state, VxHost::NodeState::Stale) << "unknown to the health";
     EXPECT_EQ(late.Find(101)->state, VxHost::NodeState::Online);
     EXPECT_FALSE(late.Find(100));
+    EXPECT_FALSE(late.Check()) << "the check itself comes late";
+    Advance(1s);
+    EXPECT_TRUE(late.Check());
 }
 
 TEST_F(HostHealthTest, DropsOfAllNodesAreSummedUpAsTheyComeAndGo)
@@ -145,6 +149,8 @@ TEST_F(HostHealthTest, SetsAreFilteredById)
 {
     Advance(100ms);
     const json all = Get("/health/sets/0").at("indicators");
+    ASSERT_FALSE(Get("/health/sets/0", {{"firstId", 2052}, {"lastId", 2052}}).at("indicators").empty());
+    ASSERT_GT(all.size(), 8U);
     const std::uint64_t highest = 0xFFFFFFFF;
     for (const auto& range : std::initializer_list<std::pair<std::uint64_t, std::uint64_t>>{
              {0, highest}, {2052, 2052}, {2053, 21299}, {21300, 21301}, {21301, 21300}, {highest, highest}, {0, 0}}) {
@@ -190,6 +196,27 @@ TEST_F(HostHealthTest, WhatIsNotThereOrNotPossibleIsRefused)
     }
     EXPECT_TRUE(health.Reporter().IsReporting(101));
     EXPECT_THROW(health.Reporter().SetReporting(103, false), Vx::Exception);
+}
+
+TEST(HealthReportTest, TheLocalNodeReportsWhatTheMachineSaid)
+{
+    VxHost::MachineReading reading;
+    reading.cores = {{.number = 0, .load = 10}, {.number = 3, .load = 31}};
+    reading.interfaces = {{"a", true, 1, 2, 3, 4, 5}, {"b", false, 6, 7, 8, 9, 1ULL << 63U}};
+    reading.volumes = {{"/", 10, 11}, {"/data", 12, 13}};
+    reading.memoryUsed = 14;
+    reading.memoryCapacity = 15;
+    std::map<std::pair<std::uint32_t, std::uint32_t>, std::int64_t> values;
+    for (const auto& statistic : VxHost::LocalReport(reading)) {
+        values[{statistic.id, statistic.instance}] = statistic.value;
+    }
+    const std::int64_t highest = std::numeric_limits<std::int64_t>::max();
+    const decltype(values) expected = {
+        {{2002, 0}, 20}, {{2003, 0}, 14}, {{2004, 0}, 15},      {{2005, 0}, 10}, {{2005, 1}, 12}, {{2006, 0}, 11},
+        {{2006, 1}, 13}, {{2009, 0}, 1},  {{2009, 1}, 6},       {{2034, 0}, 1},  {{2034, 1}, 0},  {{2052, 0}, 10},
+        {{2052, 1}, 31}, {{2076, 0}, 5},  {{2076, 1}, highest}, {{2077, 0}, 4},  {{2077, 1}, 9},  {{2078, 0}, 3},
+        {{2078, 1}, 8},  {{2079, 0}, 2},  {{2079, 1}, 7}};
+    EXPECT_EQ(values, expected);
 }
 
 TEST(NoticeLimiterTest, TellsOnceASecondAndNeverLosesTheLastChange)

@@ -134,13 +134,19 @@ TEST_F(MachineCountersTest, LoadIsThatSinceTheReadingBefore)
         {"cpu0 31 0 0 71\ncpu1 9 0 0 0\n", {50, 100}},       //
         {"cpu0 31 0 0 71\ncpu1 9 0 0 8\n", {50, 0}},         // Core 0 has not ticked.
         {"cpu0 32 0 0 70\n", {100}},                         // Idle time that shrinks; core 1 is switched off.
-        {"cpu0 33 0 0 73\ncpu1 1 0 0 1\n", {25, 50}},        // Core 1 begins anew.
-        {"cpu1 1 0 0 2\ncpu0 33 0 0 73\nrubbish", {25, 0}},  // In any order.
+        {"cpu0 33 0 0 73\ncpu1 1 0 0 1\n", {33, 50}},        // Core 1 begins anew.
+        {"cpu1 1 0 0 2\ncpu0 33 0 0 73\nrubbish", {33, 0}},  // In any order.
         {"", {}},
     };
+    double idle = 0;
     for (const auto& [stat, loads] : readings) {
         Write("stat", stat);
         EXPECT_EQ(Loads(), loads) << stat;
+        for (const VxHost::CoreReading& core : counters.Read().cores) {
+            if (core.number == 0) {  // It stays on: its time never goes backwards.
+                EXPECT_GE(core.idleSeconds, std::exchange(idle, core.idleSeconds)) << stat;
+            }
+        }
     }
 }
 

@@ -91,7 +91,7 @@ TEST(OpenMetricsTest, NumbersAndLabels)
     }
 
     const std::pair<std::string, std::string> labels[] = {
-        {"a\\b\"c\nd", R"(a\\b\"c\nd)"},
+        {"a\\b\"c\nx", R"(a\\b\"c\nx)"},
         {"tab\tcr\r}{ =", "tab\tcr\r}{ ="},
         {"Stra\xC3\x9F"
          "e \xF0\x9F\x98\x80",
