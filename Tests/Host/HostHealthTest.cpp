@@ -100,6 +100,10 @@ TEST_F(HostHealthTest, SilencedNodeBecomesStaleAndComesBack)
     EXPECT_EQ(Get("/health").at("staleNodes"), 0);
     Advance(1s);  // The look at the nodes may come before the report of its second.
     EXPECT_EQ(noticed["/health"], 2);
+    for (const char* path : {"/metrics", "/health/sets/0"}) {  // Three nodes reported, twelve seconds went by.
+        EXPECT_GE(noticed[path], 10) << path;
+        EXPECT_LE(noticed[path], 13) << path;
+    }
     EXPECT_THAT(log.Texts("Health"),
                 ElementsAre("W Node 101 is stale: it has not reported for 4000 ms.", "I Node 101 reports again."));
 }

@@ -188,6 +188,7 @@ private:
     HealthNode* FindNode(std::uint32_t nodeId) const VX_REQUIRES(lock_);
     HealthNode* FindNodeBySource(std::int32_t source) const VX_REQUIRES(lock_);
     VcIndicatorSet* FindSet(std::int32_t setId) const VX_REQUIRES(lock_);
+    VcIndicatorSet* FindSetFor(std::int32_t setId, std::uint32_t id, std::uint32_t instance) const VX_REQUIRES(lock_);
     void ListOtherNodes() VX_REQUIRES(lock_);
     static Nucleo::Status VvConstructProbeFx(Nucleo::HealthProbe** probe, const char* name, std::uint32_t id,
                                              std::uint32_t instance, std::int64_t initial);

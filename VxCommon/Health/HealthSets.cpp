@@ -111,27 +111,29 @@ VcIndicatorSet* Health::GetPublicIndicators(std::int32_t setId) const
     return FindSet(setId);
 }
 
+/// For a look at one indicator: says in the log when there is no such set.
+VcIndicatorSet* Health::FindSetFor(std::int32_t setId, std::uint32_t id, std::uint32_t instance) const
+{
+    VcIndicatorSet* set = FindSet(setId);
+    if (set == nullptr) {
+        Vx_Debug_Log(Warning, "id=%u, instance=%u not found", id, instance);
+    }
+    return set;
+}
+
 bool Health::GetPublicValue(std::int32_t setId, std::uint32_t id, std::uint32_t instance, std::int64_t* value) const
 {
     const Vx::Locker locker(lock_);
-    const VcIndicatorSet* set = FindSet(setId);
-    if (set == nullptr) {
-        Vx_Debug_Log(Warning, "id=%u, instance=%u not found", id, instance);
-        return false;
-    }
-    return VcIndicatorSet_GetValue(set, id, instance, value) == OK;
+    const VcIndicatorSet* set = FindSetFor(setId, id, instance);
+    return set != nullptr && VcIndicatorSet_GetValue(set, id, instance, value) == OK;
 }
 
 bool Health::GetPublicName(std::int32_t setId, std::uint32_t id, std::uint32_t instance, std::string* name) const
 {
     const Vx::Locker locker(lock_);
-    const VcIndicatorSet* set = FindSet(setId);
-    if (set == nullptr) {
-        Vx_Debug_Log(Warning, "id=%u, instance=%u not found", id, instance);
-        return false;
-    }
+    const VcIndicatorSet* set = FindSetFor(setId, id, instance);
     const char* found = nullptr;
-    if (VcIndicatorSet_GetName(set, id, instance, &found) != OK) {
+    if (set == nullptr || VcIndicatorSet_GetName(set, id, instance, &found) != OK) {
         return false;
     }
     *name = found;

@@ -81,9 +81,6 @@ public:
         return item;
     }
 
-    /// Removes the last value; there is one.
-    T TakeLast() noexcept { return items_[Slot(--count_)]; }
-
     void Clear() noexcept { first_ = count_ = 0; }
 
 private:
