@@ -7,8 +7,8 @@ namespace
 
 // How long to wait between two tries, in pauses of the processor: twice as long each time, up to here. Each try takes
 // the lock's cache line away from the holder, and a lock that goes back and forth between two cores takes all that it
-// guards along; so it pays to let the holder's core do several rounds. Measured with four threads on two cores that log:
-// with even waits a message takes almost twice as long, and longer waits than these gain no more.
+// guards along; so it pays to let the holder's core do several rounds. Measured with four threads on two cores that
+// log: with even waits a message takes almost twice as long, and longer waits than these gain no more.
 constexpr int longestWait = 128;
 
 void Pause() noexcept
