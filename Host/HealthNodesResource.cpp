@@ -74,12 +74,7 @@ nlohmann::json HealthNodesResource::Document(const VxRest::RequestInfo& request,
 
 void HealthNodesResource::UpdateDocument(const VxRest::RequestInfo& request, const nlohmann::json& document)
 {
-    const auto key = request.Keys().find("id");
-    if (key == request.Keys().end()) {
-        DocumentResourceBase::UpdateDocument(request, document);  // Refuses.
-        return;
-    }
-    const NodeWatch::Node node = FindNode(nodes_, key->second);
+    const NodeWatch::Node node = FindNode(nodes_, request.FindKey("id"));
     const bool before = reporter_.IsReporting(node.id);
     NodeProperties properties;
     properties.Fill(node, before);

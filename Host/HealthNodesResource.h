@@ -21,6 +21,9 @@ public:
 
     nlohmann::json Document(const VxRest::RequestInfo& request, VxRest::ResponseInfo& response) override;
 
+    /// Only nodes; their list can only be read.
+    bool TakesUpdates(const VxRest::RequestInfo::KeyMap& keys) const override { return !keys.empty(); }
+
     /// Takes {"reporting": false} or true for one node; see HealthReporter::SetReporting for what is refused.
     void UpdateDocument(const VxRest::RequestInfo& request, const nlohmann::json& document) override;
 

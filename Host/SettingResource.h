@@ -20,6 +20,7 @@ public:
     const std::string& Path() const noexcept { return path_; }
 
     nlohmann::json Document(const VxRest::RequestInfo& request, VxRest::ResponseInfo& response) override;
+    bool TakesUpdates(const VxRest::RequestInfo::KeyMap& /*keys*/) const override { return true; }
     void UpdateDocument(const VxRest::RequestInfo& request, const nlohmann::json& document) override;
     bool IsImmediate() const override { return true; }
 

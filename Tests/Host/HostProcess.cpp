@@ -95,18 +95,20 @@ void HostProcess::Spawn(const std::vector<std::string>& arguments)
     Check(::posix_spawn_file_actions_init(&actions), "posix_spawn_file_actions_init");
     ::posix_spawn_file_actions_adddup2(&actions, pipes[1], STDOUT_FILENO);
     ::posix_spawn_file_actions_adddup2(&actions, errors_, STDERR_FILENO);
-    std::vector<char*> words{const_cast<char*>(VX_HOST_PROGRAM)};
+    // So that it ends with a test that crashes.
+    std::vector<const char*> words{"setpriv", "--pdeathsig", "KILL", VX_HOST_PROGRAM};
     for (const std::string& argument : arguments) {
-        words.push_back(const_cast<char*>(argument.c_str()));
+        words.push_back(argument.c_str());
     }
     words.push_back(nullptr);
-    const int error = ::posix_spawn(&process_, VX_HOST_PROGRAM, &actions, nullptr, words.data(), environ);
+    const int error =
+        ::posix_spawnp(&process_, words[0], &actions, nullptr, const_cast<char* const*>(words.data()), environ);
     ::posix_spawn_file_actions_destroy(&actions);
     ::close(pipes[1]);
     if (error != 0) {
         process_ = -1;
     }
-    Check(error, VX_HOST_PROGRAM);
+    Check(error, words[0]);
 }
 
 std::string HostProcess::ReadLine()

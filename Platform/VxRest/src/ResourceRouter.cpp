@@ -443,8 +443,9 @@ bool ResourceRouter::Match::Allows(Operation operation) const
     ResourceBase& resource = Resource();
     switch (operation) {
         case Operation::Document:
-        case Operation::UpdateDocument:
             return resource.DocumentProvider() != nullptr;
+        case Operation::UpdateDocument:
+            return resource.DocumentProvider() != nullptr && resource.DocumentProvider()->TakesUpdates(Keys());
         case Operation::Create:
             return !call_->member && resource.ParentProvider() != nullptr;
         case Operation::Delete:

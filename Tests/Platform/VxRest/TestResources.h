@@ -59,13 +59,8 @@ public:
     bool IsImmediate() const override { return immediate; }
 
     json Document(const RequestInfo& request, ResponseInfo& response) override { return document(request, response); }
-    void UpdateDocument(const RequestInfo& request, const json& value) override
-    {
-        if (!update) {
-            VX_THROW(Nucleo::ERROR_UNSUPPORTED);
-        }
-        update(request, value);
-    }
+    bool TakesUpdates(const RequestInfo::KeyMap& /*keys*/) const override { return update != nullptr; }
+    void UpdateDocument(const RequestInfo& request, const json& value) override { update(request, value); }
     CreateResult Create(const RequestInfo& request, const json& value) override { return create(request, value); }
     void Delete(const RequestInfo& request) override { remove(request); }
     json Invoke(const RequestInfo& request, const json& args) override { return invoke(request, args); }

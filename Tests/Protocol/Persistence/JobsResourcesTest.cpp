@@ -42,7 +42,8 @@ protected:
                 case Operation::Document:
                     return {OK, {}, match.Document(request, response)};
                 case Operation::UpdateDocument:
-                    match.UpdateDocument(request, body);
+                    // Not by way of the match, which refuses what can only be read without asking the resource.
+                    match.Resource().DocumentProvider()->UpdateDocument(request, body);
                     return {};
                 case Operation::Create: {
                     const VxRest::CreateResult created = match.Create(request, body);

@@ -75,6 +75,7 @@ public:
     {}
 
     nlohmann::json Document(const VxRest::RequestInfo& request, VxRest::ResponseInfo& response) override;
+    bool TakesUpdates(const VxRest::RequestInfo::KeyMap& /*keys*/) const override { return true; }
     void UpdateDocument(const VxRest::RequestInfo& request, const nlohmann::json& document) override;
 
 private:

@@ -24,6 +24,10 @@ public:
     /// The document as it is now, or null and a text of another media type, see ResponseInfo::SetText.
     virtual nlohmann::json Document(const RequestInfo& request, ResponseInfo& response) = 0;
 
+    /// Whether UpdateDocument may take anything on a path with these keys; where it is false, PUT and PATCH are neither
+    /// offered nor passed on. Must not block.
+    virtual bool TakesUpdates(const RequestInfo::KeyMap& keys) const = 0;
+
     /// Takes a new document. Throws when it is refused; nothing has changed then.
     virtual void UpdateDocument(const RequestInfo& request, const nlohmann::json& document) = 0;
 };
@@ -82,7 +86,11 @@ class DocumentResourceBase : public ResourceBase, public IDocumentResource
 public:
     IDocumentResource* DocumentProvider() override { return this; }
 
-    /// Refuses: ERROR_UNSUPPORTED. Resources that can be changed override it.
+    // Can only be read. Resources that can be changed override both.
+
+    bool TakesUpdates(const RequestInfo::KeyMap& /*keys*/) const override { return false; }
+
+    /// Refuses: ERROR_UNSUPPORTED.
     void UpdateDocument(const RequestInfo& request, const nlohmann::json& document) override;
 };
 

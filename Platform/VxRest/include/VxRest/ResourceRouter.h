@@ -86,8 +86,8 @@ public:
     /// The decoded keys of the path.
     const RequestInfo::KeyMap& Keys() const;
 
-    /// Whether this path takes `operation`: documents for GET and PUT, Create on a collection's own path, Delete on a
-    /// member's, Invoke on commands.
+    /// Whether this path takes `operation`: documents for GET, those that can be changed for PUT, Create on a
+    /// collection's own path, Delete on a member's, Invoke on commands.
     bool Allows(Operation operation) const;
 
     // The operations. Each takes the sub-tree's guard where one is set, and throws Vx::Exception with ERROR_UNSUPPORTED
