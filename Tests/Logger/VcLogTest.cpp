@@ -131,7 +131,7 @@ TEST(VcLogTest, AnArgumentThatPushesOutItsOwnMessageIsNotAttached)
     ASSERT_EQ(Insert(*log, "older"), OK);
     ASSERT_EQ(Insert(*log, std::string(smallCapacity / 2, 'x')), OK);
     EXPECT_EQ(VcLog_AddArgument(log.Get(), std::string(smallCapacity - 200, 'y').c_str(), &Nucleo::StringType),
-              ERROR_STATE);
+              ERROR_MEMORY);
     EXPECT_EQ(VcLog_Count(log.Get()), 0U);
     EXPECT_EQ(VcLog_Used(log.Get()), 0);
     EXPECT_EQ(VcLog_AddArgument(log.Get(), std::string(smallCapacity, 'y').c_str(), &Nucleo::StringType), ERROR_STATE);
@@ -266,6 +266,7 @@ TEST(VcLogTest, ShowsItsEntriesAsLines)
     ASSERT_EQ(VcLog_AddArgument(log.Get(), "first\n2023", &Nucleo::StringType), OK);
     ASSERT_EQ(VcLog_AddArgument(log.Get(), "2", &Nucleo::Int32Type), OK);
     const std::string longText(600, 'x');
+    ASSERT_EQ(VcLog_AddArgument(log.Get(), (longText + "\n" + longText).c_str(), &Nucleo::StringType), OK);
     const Nucleo::LogArgs record{2, 0, 1'700'000'000'123'456, "Jobs", longText.c_str()};
     ASSERT_EQ(VcLog_InsertLogArgs(log.Get(), 1, &record), OK);
 
@@ -275,6 +276,7 @@ TEST(VcLogTest, ShowsItsEntriesAsLines)
     const std::vector<std::uint8_t> page = stream->TakeContent();
     std::string expected =
         "2023-11-14 22:13:20.123 Warning forged\\x0d\\x0a2023-11-14 line\r\n    first\\x0a2023\r\n    2\r\n";
+    expected += "    " + longText + "\\x0a" + longText + "\r\n";
     std::string line = "2023-11-14 22:13:20.123 Error   Jobs: ";
     line.resize(255, 'x');
     EXPECT_EQ(std::string(page.begin(), page.end()), expected + line + "\r\n");

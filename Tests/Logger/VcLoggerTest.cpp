@@ -357,6 +357,23 @@ TEST_F(VcLoggerTest, AttachesTheArgumentsOfAStructuredMessage)
     EXPECT_EQ(VcLogger_FormatArg(&cursor, &Nucleo::Float32Type, buffer, sizeof buffer), ERROR_PARAMETER);
 }
 
+TEST_F(VcLoggerTest, ArgumentsGoToTheirOwnMessageWhateverListenersDo)
+{
+    const auto logs = [](void*, void*, void*) {
+        return VcLogger_LogImpl(VcLogger_Instance(), VcLogger_PublicLog(), VcLogMsgType_Info, 0, "listener");
+    };
+    const auto clears = [](void*, void*, void*) { return VcLog_Clear(VcLogger_PublicLog()); };
+    ASSERT_EQ(VcLog_ChangeEvent(log)->Add(logs, nullptr), OK);
+    EXPECT_EQ(Logf(1, "%d of %d", 3, 4), OK);
+    EXPECT_THAT(Texts(), ElementsAre("%d of %d|i32:3|i32:4", "listener"));
+    ASSERT_EQ(VcLog_ChangeEvent(log)->Add(clears, nullptr), OK);
+    EXPECT_EQ(Logf(1, "%d of %d", 3, 4), ERROR_STATE);
+    EXPECT_THAT(Texts(), IsEmpty());
+    const Nucleo::LogArgs nothing{0, 1, 2, nullptr, nullptr};
+    EXPECT_EQ(VcLogger_LogCallback(nullptr, nothing), OK);
+    EXPECT_THAT(Texts(VcLogger_PrivateLog()), ElementsAre(""));
+}
+
 TEST_F(VcLoggerTest, TextsThatDoNotFitAreRefusedWhole)
 {
     const std::string most(511, 'x');
@@ -435,6 +452,8 @@ TEST_F(VcLoggerTest, LinesOfLibraryUsers)
     EXPECT_EQ(line->View(), "2023-11-14 22:13:20: 100%d\r\n");
     EXPECT_EQ(VcUtils_Logvf(line.Receive(), std::numeric_limits<std::uint64_t>::max(), "%d%%", MakeFormatArgs(5)), OK);
     EXPECT_EQ(line->View(), "5%\r\n");
+    EXPECT_EQ(VcUtils_Logvf(line.Receive(), std::numeric_limits<std::uint64_t>::max(), "a%cb", MakeFormatArgs(0)), OK);
+    EXPECT_EQ(line->View(), "a\r\n");
 }
 
 TEST_F(VcLoggerTest, ManyThreadsLogWhileOthersReadAndClear)

@@ -1,6 +1,8 @@
 #include <VxCommon/Logger/VcLog.h>
 
+#include <algorithm>
 #include <cstring>
+#include <string_view>
 
 #include <Nucleo/Clock.h>
 #include <VxApi/Logging.h>
@@ -16,7 +18,6 @@ namespace
 {
 
 constexpr std::size_t lineCapacity = 256;
-constexpr std::size_t argumentCapacity = 1024;  // Each byte of an argument may be shown as four.
 constexpr std::string_view lineEnd = "\r\n";
 
 // The heap's exhaustion handler. Raises nothing: the insert that needed the room does it when it is done.
@@ -132,6 +133,18 @@ Status FormatLine(const VcLogMsg& msg, Line* line)
     return status;
 }
 
+Status RenderEscaped(std::string_view text, Nucleo::Stream& stream)
+{
+    constexpr std::size_t piece = 256;
+    Status status = OK;
+    for (; !text.empty() && status == OK; text.remove_prefix(std::min(piece, text.size()))) {
+        char escaped[4 * piece + 1];  // Each byte may be shown as four.
+        Vx::Logging::EscapeText(text.substr(0, piece), escaped, sizeof escaped);
+        status = stream.Write(escaped, std::strlen(escaped));
+    }
+    return status;
+}
+
 Status RenderEntry(const VcLogMsg& msg, Nucleo::Stream& stream)
 {
     Line line;
@@ -140,12 +153,13 @@ Status RenderEntry(const VcLogMsg& msg, Nucleo::Stream& stream)
         status = stream.Write(line.text, line.length);
     }
     for (const VcLogMsgArg* arg = msg.firstArg; arg != nullptr && status == OK; arg = arg->next) {
-        char text[argumentCapacity];
-        Vx::Logging::EscapeText(arg->text, text, sizeof text);
-        for (const std::string_view part : {std::string_view("    "), std::string_view(text), lineEnd}) {
-            if (status == OK) {
-                status = stream.Write(part.data(), part.size());
-            }
+        constexpr std::string_view indent = "    ";
+        status = stream.Write(indent.data(), indent.size());
+        if (status == OK) {
+            status = RenderEscaped(arg->text, stream);
+        }
+        if (status == OK) {
+            status = stream.Write(lineEnd.data(), lineEnd.size());
         }
     }
     return status;
@@ -226,17 +240,7 @@ Status VcLog_AddArgument(VcLog* log, const char* text, const Nucleo::Type* argTy
     if (log->entries.Count() == 0) {
         return ERROR_STATE;
     }
-    VcLogMsgArg* arg = nullptr;
-    if (const Status status = VxCommon::Internal::VcLogMsgArg_Make(&arg, text, argType, log->msgHeap); status != OK) {
-        return status;
-    }
-    // Room was made from the oldest on: the newest entry is there unless none is.
-    if (log->entries.Count() == 0) {
-        static_cast<void>(VxCommon::Internal::VcLogMsgArg_Free(arg, log->msgHeap));
-        return ERROR_STATE;
-    }
-    VxCommon::Internal::VcLogMsg_Append(*log->entries.At(log->entries.Count() - 1), arg);
-    return OK;
+    return VcLogMsg_AddArgument(log->entries.At(log->entries.Count() - 1), text, argType);
 }
 
 VcLogMsg* VcLog_At(const VcLog* log, std::size_t index)

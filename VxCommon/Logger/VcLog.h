@@ -66,9 +66,9 @@ VXCOMMON_API Nucleo::Status VcLog_Insert(VcLog* log, std::uint32_t sourceId, std
 /// The same from a platform log record.
 VXCOMMON_API Nucleo::Status VcLog_InsertLogArgs(VcLog* log, std::uint32_t sourceId, const Nucleo::LogArgs* logArgs);
 
-/// Appends an argument to the newest message; may drop older ones, without an event. ERROR_STATE when the ring is empty
-/// or the newest message itself had to go. When a listener inserts from inside an insert's event, the newest message is
-/// the listener's.
+/// Appends an argument to the newest message; may drop older ones, without an event. ERROR_STATE when the ring is
+/// empty, ERROR_MEMORY when the newest message itself had to go. When a listener inserts from inside an insert's event,
+/// the newest message is the listener's.
 VXCOMMON_API Nucleo::Status VcLog_AddArgument(VcLog* log, const char* text, const Nucleo::Type* argType);
 
 /// The entry at `index` (0: the oldest), which is below VcLog_Count(). It lives until the ring changes.

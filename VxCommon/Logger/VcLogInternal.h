@@ -30,12 +30,6 @@ VcLogMsgContent VcLogMsg_ContentOf(std::uint32_t sourceId, const Nucleo::LogArgs
 /// Nucleo::Destroy of a message of a ring with the heap `heap`.
 Nucleo::Status VcLogMsg_Drop(VcLogMsg& msg, Nucleo::HeapAllocator& heap);
 
-/// A new argument that belongs to no message yet; null on failure.
-Nucleo::Status VcLogMsgArg_Make(VcLogMsgArg** arg, const char* text, const Nucleo::Type* type,
-                                Nucleo::Allocator& allocator);
-Nucleo::Status VcLogMsgArg_Free(VcLogMsgArg* arg, Nucleo::Allocator& allocator);
-void VcLogMsg_Append(VcLogMsg& msg, VcLogMsgArg* arg);
-
 /// VcLog_Insert for a caller that has read the clock.
 Nucleo::Status VcLog_InsertContent(VcLog& log, const VcLogMsgContent& content);
 

@@ -40,7 +40,7 @@ Status CopyText(Allocator& allocator, std::string_view text, char** copy)
 
 std::string_view ViewOf(const char* text)
 {
-    return text != nullptr ? std::string_view(text) : std::string_view();
+    return text != nullptr ? text : "";
 }
 
 VcLogMsgType TypeOf(std::uint64_t options)
@@ -97,6 +97,35 @@ bool IsOneBlock(VcLogMsg& msg)
     return msg.text == Behind(msg);
 }
 
+// A new argument that belongs to no message yet; null on failure.
+Status VcLogMsgArg_Make(VcLogMsgArg** arg, const char* text, const Nucleo::Type* type, Allocator& allocator)
+{
+    *arg = nullptr;
+    char* copy = nullptr;
+    if (const Status status = CopyText(allocator, ViewOf(text), &copy); status != OK) {
+        return status;
+    }
+    void* memory = nullptr;
+    if (const Status status = allocator.Allocate(sizeof(VcLogMsgArg), &memory); status != OK) {
+        allocator.Free(copy);
+        return status;
+    }
+    *arg = ::new (memory) VcLogMsgArg{type, copy, nullptr};
+    return OK;
+}
+
+Status VcLogMsgArg_Free(VcLogMsgArg* arg, Allocator& allocator)
+{
+    const Status status = allocator.Free(arg->text);
+    return status == OK ? allocator.Free(arg) : status;
+}
+
+void VcLogMsg_Append(VcLogMsg& msg, VcLogMsgArg* arg)
+{
+    (msg.lastArg != nullptr ? msg.lastArg->next : msg.firstArg) = arg;
+    msg.lastArg = arg;
+}
+
 Status VcLogMsg_VRelease(Nucleo::Object* object)
 {
     auto& msg = static_cast<VcLogMsg&>(*object);
@@ -104,7 +133,7 @@ Status VcLogMsg_VRelease(Nucleo::Object* object)
     msg.lastArg = nullptr;
     while (VcLogMsgArg* arg = msg.firstArg) {
         msg.firstArg = arg->next;
-        if (const Status status = VxCommon::Internal::VcLogMsgArg_Free(arg, allocator); status != OK) {
+        if (const Status status = VcLogMsgArg_Free(arg, allocator); status != OK) {
             return status;
         }
     }
@@ -125,8 +154,12 @@ namespace VxCommon::Internal
 
 VcLogMsgContent VcLogMsg_ContentOf(std::uint32_t sourceId, const Nucleo::LogArgs& logArgs)
 {
-    return {sourceId,        TypeOf(logArgs.options), logArgs.upTime,        logArgs.dateTime,
-            logArgs.options, ViewOf(logArgs.message), ViewOf(logArgs.source)};
+    VcLogMsgContent content{sourceId,         TypeOf(logArgs.options), logArgs.upTime,
+                            logArgs.dateTime, logArgs.options,         ViewOf(logArgs.message)};
+    if (logArgs.source != nullptr) {
+        content.sourceName = logArgs.source;
+    }
+    return content;
 }
 
 Status VcLogMsg_MakeOneBlock(VcLogMsg** msg, std::uint32_t id, const VcLogMsgContent& content,
@@ -160,34 +193,6 @@ Status VcLogMsg_Drop(VcLogMsg& msg, Nucleo::HeapAllocator& heap)
     return Nucleo::Destroy(&msg);
 }
 
-Status VcLogMsgArg_Make(VcLogMsgArg** arg, const char* text, const Nucleo::Type* type, Allocator& allocator)
-{
-    *arg = nullptr;
-    char* copy = nullptr;
-    if (const Status status = CopyText(allocator, ViewOf(text), &copy); status != OK) {
-        return status;
-    }
-    void* memory = nullptr;
-    if (const Status status = allocator.Allocate(sizeof(VcLogMsgArg), &memory); status != OK) {
-        allocator.Free(copy);
-        return status;
-    }
-    *arg = ::new (memory) VcLogMsgArg{type, copy, nullptr};
-    return OK;
-}
-
-Status VcLogMsgArg_Free(VcLogMsgArg* arg, Allocator& allocator)
-{
-    const Status status = allocator.Free(arg->text);
-    return status == OK ? allocator.Free(arg) : status;
-}
-
-void VcLogMsg_Append(VcLogMsg& msg, VcLogMsgArg* arg)
-{
-    (msg.lastArg != nullptr ? msg.lastArg->next : msg.firstArg) = arg;
-    msg.lastArg = arg;
-}
-
 }  // namespace VxCommon::Internal
 
 const Nucleo::Type& VcLogMsg::StaticType() noexcept
@@ -211,11 +216,13 @@ Status VcLogMsg_ConstructLogArgs(VcLogMsg** msg, std::uint32_t sourceId, std::ui
 
 Status VcLogMsg_AddArgument(VcLogMsg* msg, const char* text, const Nucleo::Type* argType)
 {
+    msg->Share();  // Making room for the argument may drop the message itself from its ring.
     VcLogMsgArg* arg = nullptr;
-    const Status status = VxCommon::Internal::VcLogMsgArg_Make(&arg, text, argType, msg->ObjectAllocator());
+    const Status status = VcLogMsgArg_Make(&arg, text, argType, msg->ObjectAllocator());
     if (status == OK) {
-        VxCommon::Internal::VcLogMsg_Append(*msg, arg);
+        VcLogMsg_Append(*msg, arg);
     }
+    static_cast<void>(msg->Release());
     return status;
 }
 

@@ -62,7 +62,9 @@ VXCOMMON_API Nucleo::Status VcLogMsg_Construct(VcLogMsg** msg, std::uint32_t sou
 VXCOMMON_API Nucleo::Status VcLogMsg_ConstructLogArgs(VcLogMsg** msg, std::uint32_t sourceId, std::uint32_t id,
                                                       const Nucleo::LogArgs* logArgs, Nucleo::Allocator* allocator);
 
-/// Appends an argument with a copy of `text`. On failure the list is unchanged.
+/// Appends an argument with a copy of `text`, which must not lie in a ring that the message is in. On failure the list
+/// is unchanged. In a ring it may drop the oldest messages; when the message itself had to go for it, ERROR_MEMORY, and
+/// the message is gone.
 VXCOMMON_API Nucleo::Status VcLogMsg_AddArgument(VcLogMsg* msg, const char* text, const Nucleo::Type* argType);
 
 VXCOMMON_API std::uint32_t VcLogMsg_Id(const VcLogMsg* msg);

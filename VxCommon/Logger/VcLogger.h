@@ -86,7 +86,7 @@ VXCOMMON_API Nucleo::Status VcLogger_LogCallback(void* receiver, const Nucleo::L
 
 // Logging, into `log`, which is one of the two rings. `publicFilter` asks for the public message filter. A text that a
 // filter or the cycle holds back is not inserted, which is no failure. What cannot be inserted is not remembered by a
-// filter.
+// filter. Texts must not lie in `log` itself: making room for them may free them.
 
 /// A plain text; it is never used as a format.
 VXCOMMON_API Nucleo::Status VcLogger_LogImpl(VcLogger* logger, VcLog* log, VcLogMsgType type,
@@ -98,7 +98,8 @@ VXCOMMON_API Nucleo::Status VcLogger_LogImplLogArgs(VcLogger* logger, VcLog* log
 
 /// A printf-style format with its arguments. Positional markers ("2$") are passed over: arguments are taken in order.
 /// With `structured` the entry's text is the format and its arguments are attached to it, each cut to 255 bytes;
-/// otherwise it is the printed text. ERROR_CAPACITY when the stripped format or the printed text has 512 bytes or more.
+/// otherwise it is the printed text. ERROR_STATE when a listener cleared the ring before the arguments were attached,
+/// ERROR_CAPACITY when the stripped format or the printed text has 512 bytes or more.
 VXCOMMON_API Nucleo::Status VcLogger_LogfImpl(VcLogger* logger, VcLog* log, std::uint32_t structured, VcLogMsgType type,
                                               std::uint32_t publicFilter, const char* format,
                                               const Nucleo::FormatArgs& args);

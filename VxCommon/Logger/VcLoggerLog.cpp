@@ -2,7 +2,6 @@
 
 #include <VxCommon/Logger/VcLogger.h>
 
-#include <atomic>
 #include <cstring>
 
 #include <Nucleo/Clock.h>
@@ -14,8 +13,6 @@ using Nucleo::Status;
 
 namespace
 {
-
-std::atomic<bool> handlerInstalled{false};
 
 /// Inserts by `insert` unless a filter holds `text` back, then remembers `text`. The lock is held.
 template <class Insert>
@@ -50,8 +47,8 @@ Status InsertNow(VcLogger& logger, VcLog& log, VcLogMsgType type, std::string_vi
         log, {logger.sourceId, type, now.scaled - logger.timeOrigin, now.dateTime, 0, text});
 }
 
-/// Attaches the arguments of `format` to the newest entry.
-Status AttachArguments(VcLog& log, const char* format, const Nucleo::FormatArgs& args)
+/// Attaches the arguments of `format` to the entry `id`, which a listener that logs may have made an older one.
+Status AttachArguments(VcLog& log, std::uint32_t id, const char* format, const Nucleo::FormatArgs& args)
 {
     Nucleo::ArgCursor argCursor{args};
     const Nucleo::Type* argType = nullptr;
@@ -60,7 +57,11 @@ Status AttachArguments(VcLog& log, const char* format, const Nucleo::FormatArgs&
         if (const Status status = VcLogger_FormatArg(&argCursor, argType, text, sizeof text); status != OK) {
             return status;
         }
-        if (const Status status = VcLog_AddArgument(&log, text, argType); status != OK) {
+        const std::uint32_t index = id - VcLog_FirstId(&log);
+        if (index >= VcLog_Count(&log)) {
+            return ERROR_STATE;  // A listener dropped it.
+        }
+        if (const Status status = VcLogMsg_AddArgument(VcLog_At(&log, index), text, argType); status != OK) {
             return status;
         }
     }
@@ -85,22 +86,12 @@ Status PrintText(const char* format, const Nucleo::FormatArgs& args, char (&stri
 
 Status VcLogger_AddLogHandler()
 {
-    if (handlerInstalled.exchange(true)) {
-        return ERROR_ALREADY_EXISTS;
-    }
-    const Status status = Nucleo::Log_AddHandler(&VcLogger_LogCallback, nullptr);
-    handlerInstalled = status == OK;
-    return status;
+    return Nucleo::Log_AddHandler(&VcLogger_LogCallback, nullptr);
 }
 
 Status VcLogger_RemoveLogHandler()
 {
-    if (!handlerInstalled.exchange(false)) {
-        return ERROR_NOT_FOUND;
-    }
-    const Status status = Nucleo::Log_RemoveHandler(&VcLogger_LogCallback, nullptr);
-    handlerInstalled = status != OK;
-    return status;
+    return Nucleo::Log_RemoveHandler(&VcLogger_LogCallback, nullptr);
 }
 
 Status VcLogger_LogCallback(void* /*receiver*/, const Nucleo::LogArgs& logArgs)
@@ -159,8 +150,9 @@ Status VcLogger_LogfImpl(VcLogger* logger, VcLog* log, std::uint32_t structured,
         if (structured == 0) {
             return InsertNow(*logger, *log, type, {text, length});
         }
+        const std::uint32_t id = VcLog_NextId(log);
         const Status status = InsertNow(*logger, *log, type, format);
-        return status == OK ? AttachArguments(*log, format, args) : status;
+        return status == OK ? AttachArguments(*log, id, format, args) : status;
     });
 }
 
@@ -169,8 +161,9 @@ Status VcLogger_LogfImplLogArgs(VcLogger* logger, VcLog* log, std::uint32_t publ
 {
     const Vx::Locker locker(logger->lock);
     return LogFiltered(*logger, UsePublic(*logger, publicFilter), MessageOf(*logArgs), [&] {
+        const std::uint32_t id = VcLog_NextId(log);
         const Status status = VcLog_InsertLogArgs(log, logger->sourceId, logArgs);
-        return status == OK ? AttachArguments(*log, MessageOf(*logArgs), args) : status;
+        return status == OK ? AttachArguments(*log, id, MessageOf(*logArgs), args) : status;
     });
 }
 

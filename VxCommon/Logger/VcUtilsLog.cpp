@@ -52,7 +52,8 @@ Status VcUtils_LogInternal(Nucleo::String** string, std::uint64_t dateTime, std:
         return status;
     }
     try {
-        status = Append(*line, dateTime, isFormat != 0 ? Nucleo::Print(textOrFormat, args) : textOrFormat);
+        const std::string text = isFormat != 0 ? Nucleo::Print(textOrFormat, args) : textOrFormat;
+        status = Append(*line, dateTime, text.c_str());  // To the first NUL, which "%c" may have printed.
     } catch (const std::exception&) {
         status = ERROR_MEMORY;
     }

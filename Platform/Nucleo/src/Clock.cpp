@@ -140,7 +140,7 @@ std::uint64_t TakeSample(ClockSample& sample) noexcept
         const std::uint64_t wall = Nanoseconds(CLOCK_REALTIME);
         const std::uint64_t ticks = Ticks();
         const std::uint64_t now = MachineTimer();
-        const bool atOnce = now - before < 10'000;
+        const bool atOnce = now - before < 1'000;
         if (atOnce || attempt == 3) {
             sample.span = 0;
             if (ticksCanBeTrusted && atOnce) {

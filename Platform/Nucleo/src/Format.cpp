@@ -352,7 +352,9 @@ void PrintInto(Sink& out, std::string_view format, FormatArgs args)
         } else {
             const Specifier specifier = ReadSpecifier(format.substr(at));
             at += specifier.size;
-            if (specifier.conversion == 0 || !hasSlot) {
+            if (specifier.conversion == '%') {
+                out.Put("%");
+            } else if (specifier.conversion == 0 || !hasSlot) {
                 out.Put(unfit);
             } else {
                 PutSlot(out, specifier, args.slots[next], args.kinds[next]);

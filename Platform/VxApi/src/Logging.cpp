@@ -97,20 +97,18 @@ void AddEscaped(Line& line, std::string_view text)
 }
 
 template <class Line>
-void AddLine(Line& line, const char* time, std::uint64_t options, const char* source, const char* text)
+void AddLine(Line& line, std::uint64_t dateTime, std::uint64_t options, const char* source, const char* text)
 {
-    line.Add(time);
+    char time[32];
+    const bool shown =
+        Nucleo::DateTime_Format(dateTime, Nucleo::DateTimeStyle::DateAndTime, time, sizeof time) == Nucleo::OK;
+    line.Add(shown ? time : "(?)");
     line.Add(SeverityColumn(options));
     if (source != nullptr) {
         AddEscaped(line, source);
         line.Add(": ");
     }
     AddEscaped(line, text != nullptr ? text : "");
-}
-
-Nucleo::Status FormatTime(std::uint64_t dateTime, char (&time)[32])
-{
-    return Nucleo::DateTime_Format(dateTime, Nucleo::DateTimeStyle::DateAndTime, time, sizeof time);
 }
 
 /// A NUL-ended text: in its own room while it is short, in memory when it is long.
@@ -197,9 +195,8 @@ bool StripPositionalParameters(const char* format, char* buffer, std::size_t cap
 
 std::string FormatLogLine(std::uint64_t dateTime, std::uint64_t options, const char* source, const char* text)
 {
-    char time[32];
     GrowingLine line;
-    AddLine(line, FormatTime(dateTime, time) == Nucleo::OK ? time : "(?)", options, source, text);
+    AddLine(line, dateTime, options, source, text);
     return std::move(line.text);
 }
 
@@ -210,18 +207,17 @@ Nucleo::Status FormatLogBuffer(std::uint64_t dateTime, std::uint64_t options, co
         return Nucleo::ERROR_PARAMETER;
     }
     BoundedLine line(buffer, capacity);
-    char time[32];
-    const Nucleo::Status status = text != nullptr ? FormatTime(dateTime, time) : Nucleo::ERROR_PARAMETER;
-    if (status == Nucleo::OK) {
-        AddLine(line, time, options, source, text);
+    if (text == nullptr) {
+        return Nucleo::ERROR_PARAMETER;
     }
-    return status;
+    AddLine(line, dateTime, options, source, text);
+    return Nucleo::OK;
 }
 
-void EscapeText(const char* text, char* buffer, std::size_t capacity) noexcept
+void EscapeText(std::string_view text, char* buffer, std::size_t capacity) noexcept
 {
     BoundedLine line(buffer, capacity);
-    AddEscaped(line, text != nullptr ? text : "");
+    AddEscaped(line, text);
 }
 
 }  // namespace Vx::Logging

@@ -55,6 +55,7 @@ TEST(FormatTest, ASpecifierThatDoesNotFitItsArgumentPrintsAPlaceholder)
     EXPECT_EQ(Printed("%d %d", 1), "1 (?)");
     EXPECT_EQ(Printed("%n%p", 1, 2), "(?)(?)");
     EXPECT_EQ(Printed("open %", 1), "open (?)");
+    EXPECT_EQ(Printed("%1$%%d", 1), "%1");
     EXPECT_EQ(Printed("%99999999999d", 1), "(?)");
     EXPECT_EQ(Printed("%s", "%s%n"), "%s%n");
     // Neither time nor memory for a width out of all reason.

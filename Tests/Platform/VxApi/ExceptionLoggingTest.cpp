@@ -101,9 +101,10 @@ TEST(LoggingTest, ABoundedLineIsCutBetweenCharacters)
     char buffer[64] = "#";
     EXPECT_EQ(Vx::Logging::FormatLogBuffer(0, 2, nullptr, "x", buffer, sizeof buffer), OK);
     EXPECT_STREQ(buffer, "1970-01-01 00:00:00.000 Error   x");
-    EXPECT_EQ(Vx::Logging::FormatLogBuffer(~0ULL, 0, "a", "x", buffer, sizeof buffer), ERROR_PARAMETER);
-    EXPECT_STREQ(buffer, "");
+    EXPECT_EQ(Vx::Logging::FormatLogBuffer(~0ULL, 0, "a", "x", buffer, sizeof buffer), OK);
+    EXPECT_STREQ(buffer, "(?) Info    a: x");
     EXPECT_EQ(Vx::Logging::FormatLogBuffer(0, 0, "a", nullptr, buffer, sizeof buffer), ERROR_PARAMETER);
+    EXPECT_STREQ(buffer, "");
     EXPECT_EQ(Vx::Logging::FormatLogBuffer(0, 0, "a", "x", nullptr, 0), ERROR_PARAMETER);
     EXPECT_EQ(Vx::Logging::FormatLogLine(~0ULL, 0, nullptr, nullptr), "(?) Info    ");
 }

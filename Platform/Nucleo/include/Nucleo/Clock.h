@@ -42,8 +42,8 @@ std::uint64_t UpTime_Now() noexcept;
 std::uint64_t UpTime_At(std::uint64_t timer) noexcept;
 
 /// Both clocks at one moment, for less than the price of one: between two looks at the kernel's clocks, at most a
-/// millisecond apart, the time is counted on by the processor's ticks where the kernel trusts them. It is within a
-/// microsecond of Timer_Query() and never goes back on one thread.
+/// millisecond apart, the time is counted on by the processor's ticks where the kernel trusts them. It is within two
+/// microseconds of Timer_Query() and never goes back on one thread.
 struct ClockReading
 {
     std::uint64_t timer;     ///< As Timer_Query().

@@ -57,14 +57,14 @@ bool StripPositionalParameters(const char* format, char* buffer, std::size_t cap
 std::string FormatLogLine(std::uint64_t dateTime, std::uint64_t options, const char* source, const char* text);
 
 /// The same NUL-ended into `capacity` bytes, without taking memory; what does not fit is cut off, never inside a
-/// character. ERROR_PARAMETER for a capacity of 0, a null text or a time beyond the year 9999; the buffer then holds an
-/// empty text (when it has any room).
+/// character. ERROR_PARAMETER for a capacity of 0 or a null text; the buffer then holds an empty text (when it has any
+/// room).
 Nucleo::Status FormatLogBuffer(std::uint64_t dateTime, std::uint64_t options, const char* source, const char* text,
                                char* buffer, std::size_t capacity) noexcept;
 
 /// Copies a text NUL-ended into `capacity` bytes, which is not 0, with control bytes shown as \\xNN; what does not fit
-/// is cut off, never inside a character. A null text is empty.
-void EscapeText(const char* text, char* buffer, std::size_t capacity) noexcept;
+/// is cut off, never inside a character.
+void EscapeText(std::string_view text, char* buffer, std::size_t capacity) noexcept;
 
 }  // namespace Vx::Logging
 
