@@ -27,6 +27,8 @@ target_compile_options(VxBuildSettings INTERFACE
 target_link_libraries(VxBuildSettings INTERFACE Threads::Threads)
 if(VX_SANITIZE)
   target_compile_options(VxBuildSettings INTERFACE -fsanitize=${VX_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  # clang's check of function types would make the library export descriptions of them.
+  target_compile_options(VxBuildSettings INTERFACE $<$<CXX_COMPILER_ID:Clang>:-fno-sanitize=function>)
   if(VX_SANITIZE STREQUAL "thread")
     # Asio has fences, which the sanitizer does not follow; GCC says so in every source that includes it.
     target_compile_options(VxBuildSettings INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-tsan>)

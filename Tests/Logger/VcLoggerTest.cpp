@@ -15,6 +15,7 @@
 #include <gmock/gmock.h>
 
 #include <Nucleo/Clock.h>
+#include <Nucleo/MemoryMarks.h>
 #include <VxApi/Logging.h>
 #include <VxCommon/Logger/VcLogger.h>
 #include <VxCommon/Logger/VcUtilsLog.h>
@@ -507,7 +508,7 @@ TEST_F(VcLoggerTest, ManyThreadsLogWhileOthersReadAndClear)
 
 TEST_F(VcLoggerTest, AFloodTakesNoMemory)
 {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(NUCLEO_ASAN) || defined(__SANITIZE_THREAD__)
     constexpr int rounds = 100'000;  // Each message takes many times as long.
 #else
     constexpr int rounds = 3'333'333;
