@@ -120,12 +120,6 @@ Status VcLogMsgArg_Free(VcLogMsgArg* arg, Allocator& allocator)
     return status == OK ? allocator.Free(arg) : status;
 }
 
-void VcLogMsg_Append(VcLogMsg& msg, VcLogMsgArg* arg)
-{
-    (msg.lastArg != nullptr ? msg.lastArg->next : msg.firstArg) = arg;
-    msg.lastArg = arg;
-}
-
 Status VcLogMsg_VRelease(Nucleo::Object* object)
 {
     auto& msg = static_cast<VcLogMsg&>(*object);
@@ -220,7 +214,8 @@ Status VcLogMsg_AddArgument(VcLogMsg* msg, const char* text, const Nucleo::Type*
     VcLogMsgArg* arg = nullptr;
     const Status status = VcLogMsgArg_Make(&arg, text, argType, msg->ObjectAllocator());
     if (status == OK) {
-        VcLogMsg_Append(*msg, arg);
+        (msg->lastArg != nullptr ? msg->lastArg->next : msg->firstArg) = arg;
+        msg->lastArg = arg;
     }
     static_cast<void>(msg->Release());
     return status;

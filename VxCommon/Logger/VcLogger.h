@@ -98,7 +98,7 @@ VXCOMMON_API Nucleo::Status VcLogger_LogImplLogArgs(VcLogger* logger, VcLog* log
 
 /// A printf-style format with its arguments. Positional markers ("2$") are passed over: arguments are taken in order.
 /// With `structured` the entry's text is the format and its arguments are attached to it, each cut to 255 bytes;
-/// otherwise it is the printed text. ERROR_STATE when a listener cleared the ring before the arguments were attached,
+/// otherwise it is the printed text. ERROR_STATE when a listener dropped the entry before its arguments were attached,
 /// ERROR_CAPACITY when the stripped format or the printed text has 512 bytes or more.
 VXCOMMON_API Nucleo::Status VcLogger_LogfImpl(VcLogger* logger, VcLog* log, std::uint32_t structured, VcLogMsgType type,
                                               std::uint32_t publicFilter, const char* format,

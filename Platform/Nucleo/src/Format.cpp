@@ -343,10 +343,7 @@ void PrintInto(Sink& out, std::string_view format, FormatArgs args)
         at = percent + 1;
         const char conversion = at < format.size() ? format[at] : '\0';
         const bool hasSlot = next < args.slots.size();
-        if (conversion == '%') {
-            out.Put("%");
-            ++at;
-        } else if (hasSlot && PutPlain(out, conversion, args.slots[next], args.kinds[next])) {
+        if (hasSlot && PutPlain(out, conversion, args.slots[next], args.kinds[next])) {
             ++at;
             ++next;
         } else {

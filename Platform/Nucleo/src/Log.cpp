@@ -86,16 +86,16 @@ Status Log_RemoveHandler(LogHandlerFx handler, void* receiver)
 {
     HandlerList& list = List();
     const MutexGuard guard(list.mutex);
+    const auto found = std::find_if(list.entries->begin(), list.entries->end(), [&](const auto& entry) {
+        return entry->handler == handler && entry->receiver == receiver;
+    });
+    if (found == list.entries->end()) {
+        return ERROR_NOT_FOUND;
+    }
     try {
-        auto entries = std::make_shared<Entries>(*list.entries);
-        const auto found = std::find_if(entries->begin(), entries->end(), [&](const auto& entry) {
-            return entry->handler == handler && entry->receiver == receiver;
-        });
-        if (found == entries->end()) {
-            return ERROR_NOT_FOUND;
-        }
         const std::shared_ptr<Entry> removed = *found;
-        entries->erase(found);
+        auto entries = std::make_shared<Entries>(*list.entries);
+        std::erase(*entries, removed);
         list.entries = std::move(entries);
         removed->live = false;
         const int own = CountOwnCalls(*removed);

@@ -97,8 +97,8 @@ struct ArgCursor
 
 /// Prints `format` with `args`. Each specifier takes the next slot, whatever its positional marker ("%2$s") says;
 /// a specifier without a slot left, one whose slot is of another kind, or one with a width or precision above 2^20
-/// prints "(?)"; "%%" prints "%". The length modifier decides how many bits of an integer are shown ("%d" shows the low
-/// 32). Never fails but for memory.
+/// prints "(?)"; "%%" prints "%" and takes no slot, also with a marker or width in between. The length modifier decides
+/// how many bits of an integer are shown ("%d" shows the low 32). Never fails but for memory.
 std::string Print(std::string_view format, FormatArgs args);
 
 /// The same into `capacity` bytes, NUL-ended, without taking memory (but for what the C library may take and give back
