@@ -93,9 +93,10 @@ Status Log_RemoveHandler(LogHandlerFx handler, void* receiver)
         return ERROR_NOT_FOUND;
     }
     try {
-        const std::shared_ptr<Entry> removed = *found;
         auto entries = std::make_shared<Entries>(*list.entries);
-        std::erase(*entries, removed);
+        const auto copied = entries->begin() + (found - list.entries->begin());
+        const std::shared_ptr<Entry> removed = *copied;
+        entries->erase(copied);
         list.entries = std::move(entries);
         removed->live = false;
         const int own = CountOwnCalls(*removed);
