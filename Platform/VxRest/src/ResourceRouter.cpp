@@ -299,45 +299,41 @@ void ResourceRouter::Deregister(const std::string& pattern, bool recursive)
         return candidate == root || (recursive && Path::IsWithin(root, candidate));
     };
     std::vector<std::shared_ptr<Entry>> removed;
-    {
-        const Nucleo::MutexGuard guard(state_->mutex);
-        // Whoever calls from outside may destroy the resources as soon as this returns, so it also waits for those that
-        // another caller is just removing. From inside a call that would let two such callers wait for each other.
-        if (innermostFrame == nullptr) {
-            for (const auto& entry : state_->leaving) {
-                if (affected(entry->pattern)) {
-                    removed.push_back(entry);
-                }
-            }
-        }
-        for (auto it = state_->entries.begin(); it != state_->entries.end();) {
-            const std::shared_ptr<Entry> entry = it->second;
-            if (!affected(entry->pattern)) {
-                ++it;
-                continue;
-            }
-            entry->removed = true;
-            removed.push_back(entry);
-            if (entry->holds > 0) {
-                state_->leaving.push_back(entry);
-            }
-            it = state_->entries.erase(it);
-        }
-        std::erase_if(state_->roots, [&](const SerialRoot& serial) {
-            std::string path;
-            for (const std::string& segment : serial.segments) {
-                path += '/';
-                path += segment;
-            }
-            return affected(path);
-        });
-        state_->IndexLiterals();
-        state_->changed.notify_all();
-    }
-    for (const auto& entry : removed) {
-        entry->notices.Reset();
-    }
     const Nucleo::MutexGuard guard(state_->mutex);
+    // Whoever calls from outside may destroy the resources as soon as this returns, so it also waits for those that
+    // another caller is just removing. From inside a call that would let two such callers wait for each other.
+    if (innermostFrame == nullptr) {
+        for (const auto& entry : state_->leaving) {
+            if (affected(entry->pattern)) {
+                removed.push_back(entry);
+            }
+        }
+    }
+    for (auto it = state_->entries.begin(); it != state_->entries.end();) {
+        const std::shared_ptr<Entry> entry = it->second;
+        if (!affected(entry->pattern)) {
+            ++it;
+            continue;
+        }
+        entry->removed = true;
+        // Under the lock, so that another caller who finds the resource gone finds its notices ended as well.
+        entry->notices.Reset();
+        removed.push_back(entry);
+        if (entry->holds > 0) {
+            state_->leaving.push_back(entry);
+        }
+        it = state_->entries.erase(it);
+    }
+    std::erase_if(state_->roots, [&](const SerialRoot& serial) {
+        std::string path;
+        for (const std::string& segment : serial.segments) {
+            path += '/';
+            path += segment;
+        }
+        return affected(path);
+    });
+    state_->IndexLiterals();
+    state_->changed.notify_all();
     for (const auto& entry : removed) {
         while (entry->holds > OwnCalls(*entry)) {
             state_->changed.wait(state_->mutex);

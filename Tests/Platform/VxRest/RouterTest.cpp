@@ -256,4 +256,30 @@ TEST(RouterNotices, ComeFromWhatIsRegistered)
     EXPECT_EQ(seen.size(), 2u);
 }
 
+TEST(RouterNotices, AreOverForEveryoneWhoDeregistersAtTheSameTime)
+{
+    ResourceRouter router;
+    std::atomic<int> seen{0};
+    const Vx::Subscription subscription =
+        router.NotificationEvent().Subscribe([&](VxRest::EventType, const std::string&) { ++seen; });
+    for (int round = 0; round < 200; ++round) {
+        FakeResource resource = FakeResource::WithDocument(round);
+        router.Register("/leaving", resource);
+        std::optional<ResourceRouter::Match> held(router.Find("/leaving"));
+        std::atomic<int> ready{0};
+        VxTestSupport::OnThreads(3, [&](int thread) {
+            for (++ready; ready < 3;) {
+                std::this_thread::yield();
+            }
+            if (thread == 0) {
+                held.reset();
+                return;
+            }
+            router.Deregister("/leaving", false);
+            resource.NotificationEvent().Raise(VxRest::EventType::Created, "/leaving");
+        });
+    }
+    EXPECT_EQ(seen, 0);
+}
+
 }  // namespace
