@@ -18,6 +18,7 @@
 #include <VxApi/Locker.h>
 #include <VxCommon/Health/Health.h>
 #include <VxTestSupport/AllocationSweep.h>
+#include <VxTestSupport/Gate.h>
 #include <VxTestSupport/LogCapture.h>
 #include <VxTestSupport/ManualTime.h>
 #include <VxTestSupport/ScopedDefaultAllocator.h>
@@ -553,11 +554,7 @@ TEST(HealthThreadsTest, ReportsAreDigestedWhileOthersReadAndStop)
             health->ClearStats();
         }
     });
-    const auto deadline = std::chrono::steady_clock::now() + 30s;
-    while (updates < 50 && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::yield();
-    }
-    EXPECT_GE(updates, 50);
+    EXPECT_TRUE(VxTestSupport::Eventually([&] { return updates >= 50; }));
     health->Stop();
     const int last = updates;
     ending = true;

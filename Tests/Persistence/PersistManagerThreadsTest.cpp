@@ -70,11 +70,7 @@ TEST_F(ManagerThreadsTest, DestructionWaitsForASaveThatIsUnderWay)
     std::atomic<bool> destroying{false};
     files_.BeforeNext(FileOp::Upload, "Global.tar", 1, [&] {
         entered.Set();
-        const auto end = std::chrono::steady_clock::now() + bound;
-        while (log.Count("Destroying PersistManager.") == 0 && std::chrono::steady_clock::now() < end) {
-            std::this_thread::yield();
-        }
-        destroying = log.Count("Destroying PersistManager.") == 1;
+        destroying = VxTestSupport::Eventually([&] { return log.Count("Destroying PersistManager.") == 1; }, bound);
     });
     a_.values[PersistDomain::GLOBAL] = "last";
     manager_->NotifyChange(a_, PersistDomain::GLOBAL);

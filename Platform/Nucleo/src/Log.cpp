@@ -36,6 +36,9 @@ HandlerList& List()
     return *list;
 }
 
+// Made when the library is loaded: the first line of all may tell of a want of memory.
+[[maybe_unused]] const HandlerList& madeEarly = List();
+
 // The calls that this thread is inside, innermost first: a handler that removes itself must not wait for itself. Kept
 // on the stack, so that a line that is logged while memory or the thread ends still finds it.
 struct InsideOf

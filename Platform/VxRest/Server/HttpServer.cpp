@@ -8,7 +8,6 @@
 
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/post.hpp>
-#include <boost/asio/steady_timer.hpp>
 
 #include <VxApi/Exception.h>
 
@@ -46,27 +45,18 @@ class HttpServer::Impl
 {
 public:
     Impl(ResourceRouter& router, HttpServerOptions options)
-        : state_(router, Checked(std::move(options))),
-          listener_(state_),
-          sweepTimer_(state_.io),
-          sweepPeriod_(SweepPeriod(state_.options))
+        : state_(router, Checked(std::move(options))), listener_(state_), sweepPeriod_(SweepPeriod(state_.options))
     {
         state_.gate = std::make_unique<Gate>(Authority(state_.options.address, listener_.Port()), state_.options.token);
         subscription_ = router.NotificationEvent().Subscribe(
             [queue = state_.notices.Queue()](EventType type, const std::string& path) { queue->Raise(type, path); });
         listener_.Start();
         Sweep();
+        nextSweep_ = std::chrono::steady_clock::now() + sweepPeriod_;
         thread_ = std::thread([this] { Serve(); });
     }
 
-    ~Impl()
-    {
-        try {
-            Stop(DefaultPatience);
-        } catch (const std::exception& failure) {
-            Vx::LogException(VX_HERE, failure);
-        }
-    }
+    ~Impl() { Stop(DefaultPatience); }
     Impl(const Impl&) = delete;
     Impl& operator=(const Impl&) = delete;
 
@@ -79,12 +69,16 @@ public:
         }
         subscription_.Reset();
         state_.notices.Queue()->Close();
-        net::post(state_.io, [this] { BeginStop(); });
-        AwaitEmpty(patience);
+        if (TryPost([this] { BeginStop(); })) {
+            AwaitEmpty(patience);
+        }
         // Calls that are still running keep their sessions alive, so those go only after the workers.
-        net::post(state_.io, [this] { CloseAll(); });
+        TryPost([this] { CloseAll(); });
+        state_.workers.Close();
         state_.workers.Join();
-        net::post(state_.io, [this] { state_.io.stop(); });
+        if (!TryPost([this] { state_.io.stop(); })) {
+            state_.io.stop();
+        }
         thread_.join();
     }
 
@@ -101,12 +95,32 @@ public:
     }
 
 private:
+    /// Runs `step` on the I/O thread; false, and logged, when there is no memory for that.
+    template <class Step>
+    bool TryPost(Step step)
+    {
+        try {
+            net::post(state_.io, std::move(step));
+            return true;
+        } catch (const std::exception& failure) {
+            Vx::LogException(VX_HERE, failure);
+            return false;
+        }
+    }
+
+    /// The I/O thread. It looks at the time itself: a sweep that fails, for want of memory, must not be the last, as it
+    /// would be if it armed a timer for the next. For the same reason the context has work while nothing is pending.
     void Serve()
     {
-        for (;;) {
+        const auto work = net::make_work_guard(state_.io);
+        while (!state_.io.stopped()) {
             try {
-                state_.io.run();
-                return;
+                state_.io.run_until(nextSweep_);
+                const TimePoint now = std::chrono::steady_clock::now();
+                if (now >= nextSweep_) {
+                    nextSweep_ = now + sweepPeriod_;
+                    Sweep();
+                }
             } catch (const std::exception& error) {
                 Vx::LogException(VX_HERE, error);
             }
@@ -125,12 +139,6 @@ private:
             peer->Sweep(now);
         }
         sweeping_.clear();
-        sweepTimer_.expires_after(sweepPeriod_);
-        sweepTimer_.async_wait([this](const boost::system::error_code& error) {
-            if (!error) {
-                Sweep();
-            }
-        });
     }
 
     void BeginStop()
@@ -173,8 +181,8 @@ private:
 
     ServerState state_;
     Listener listener_;
-    net::steady_timer sweepTimer_;
     const std::chrono::milliseconds sweepPeriod_;
+    TimePoint nextSweep_{};  ///< The I/O thread's own, once it runs.
     std::vector<std::shared_ptr<Peer>> sweeping_;
     Vx::Subscription subscription_;
 

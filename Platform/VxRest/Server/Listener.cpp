@@ -50,6 +50,7 @@ Listener::Listener(ServerState& server) : server_(server), acceptor_(server.io)
 
 void Listener::Accept()
 {
+    failed_ = true;  // Until it has begun: it throws when there is no memory.
     acceptor_.async_accept([this](const boost::system::error_code& error, Socket socket) {
         if (!acceptor_.is_open()) {
             return;
@@ -70,6 +71,7 @@ void Listener::Accept()
         }
         Accept();
     });
+    failed_ = false;
 }
 
 void Listener::Serve(Socket socket)
@@ -86,7 +88,6 @@ void Listener::Serve(Socket socket)
 void Listener::Sweep()
 {
     if (failed_ && acceptor_.is_open()) {
-        failed_ = false;
         Accept();
     }
 }

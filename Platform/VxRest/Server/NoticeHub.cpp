@@ -34,10 +34,12 @@ NoticeHub::NoticeHub(net::io_context& io, const HttpServerOptions& options)
 
 void NoticeHub::Deliver()
 {
-    const NoticeQueue::Batch batch = queue_->Take(!streams_.empty());
+    NoticeQueue::Batch batch = queue_->Take(!streams_.empty());
+    batch.lost |= interrupted_;
     if (batch.notices.empty() && !batch.lost) {
         return;
     }
+    interrupted_ = true;
     // A stream that is cut off leaves while the others are served.
     const std::vector<std::shared_ptr<NoticeStream>> streams = streams_;
     if (batch.lost) {
@@ -52,6 +54,7 @@ void NoticeHub::Deliver()
             stream->Offer(numbered);
         }
     }
+    interrupted_ = false;
     for (const auto& stream : streams) {
         stream->Flush();
     }

@@ -48,6 +48,7 @@ private:
     const std::size_t maxStreams_;
     const std::shared_ptr<NoticeQueue> queue_;
     NoticeHistory history_;
+    bool interrupted_ = false;  ///< Numbering ended half way, for want of memory: the rest is lost.
     std::vector<std::shared_ptr<NoticeStream>> streams_;
     std::atomic<std::uint64_t> streamCount_{0};
     std::atomic<std::uint64_t> slowClients_{0};

@@ -430,7 +430,13 @@ void Session::OnAnswered()
         return;
     }
     now_ = Clock::now();
-    Send(std::move(reply_));
+    try {
+        Send(std::move(reply_));
+    } catch (const std::exception& failure) {
+        Vx::LogException(VX_HERE, failure);
+        Close();
+        return;
+    }
     Drive();
 }
 

@@ -38,18 +38,27 @@ bool WorkerPool::TryPost(std::shared_ptr<Work> work)
     return true;
 }
 
-void WorkerPool::Close()
+void WorkerPool::Close() noexcept
 {
-    std::deque<std::shared_ptr<Work>> waiting;
     {
         const Nucleo::MutexGuard guard(mutex_);
         closed_ = true;
-        waiting.swap(queue_);
     }
     wake_.notify_all();
-    for (const auto& work : waiting) {
+    while (const auto work = TakeWaiting()) {
         work->Refuse();
     }
+}
+
+std::shared_ptr<Work> WorkerPool::TakeWaiting()
+{
+    const Nucleo::MutexGuard guard(mutex_);
+    if (queue_.empty()) {
+        return nullptr;
+    }
+    std::shared_ptr<Work> work = std::move(queue_.front());
+    queue_.pop_front();
+    return work;
 }
 
 void WorkerPool::Join()
@@ -70,7 +79,7 @@ void WorkerPool::Serve()
             while (queue_.empty() && !closed_) {
                 wake_.wait(mutex_);
             }
-            if (queue_.empty()) {
+            if (closed_) {
                 return;
             }
             work = std::move(queue_.front());

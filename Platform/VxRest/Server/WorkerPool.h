@@ -40,14 +40,16 @@ public:
     /// False when the queue is full or the pool is closed; nothing is kept then.
     bool TryPost(std::shared_ptr<Work> work);
 
-    /// Takes no more work and refuses, on this thread, what has not begun. Does not wait for what is running.
-    void Close();
+    /// Takes no more work and refuses, on this thread, what has not begun. Does not wait for what is running. Needs no
+    /// memory, so that Join always comes to an end. May be called again.
+    void Close() noexcept;
 
     /// Waits for what is running. Called by one thread, after Close.
     void Join();
 
 private:
     void Serve();
+    std::shared_ptr<Work> TakeWaiting();
 
     Nucleo::Mutex mutex_;
     std::condition_variable_any wake_;

@@ -100,6 +100,7 @@ struct Turn
 
 struct SerialRoot
 {
+    std::string path;
     std::vector<std::string> segments;
     std::shared_ptr<Turn> turn;
 };
@@ -160,17 +161,21 @@ struct ResourceRouter::State
         return nullptr;
     }
 
-    /// To be called when entries or roots have changed.
-    void IndexLiterals() VX_REQUIRES(mutex)
+    /// To be called when entries or roots have changed. Without memory there is no index, and Find does without.
+    void IndexLiterals() noexcept VX_REQUIRES(mutex)
     {
         literals.clear();
-        for (const auto& [shape, entry] : entries) {
-            // A pattern is text, a path is encoded: what is spelled with "%" is never the same by accident.
-            if (!HasKeys(shape) && entry->pattern.find('%') == std::string::npos) {
-                const auto segments = Path::Segments(entry->pattern);
-                entry->turn = TurnOf({segments.begin(), segments.end()});
-                literals.emplace(entry->pattern, entry);
+        try {
+            for (const auto& [shape, entry] : entries) {
+                // A pattern is text, a path is encoded: what is spelled with "%" is never the same by accident.
+                if (!HasKeys(shape) && entry->pattern.find('%') == std::string::npos) {
+                    const auto segments = Path::Segments(entry->pattern);
+                    entry->turn = TurnOf({segments.begin(), segments.end()});
+                    literals.emplace(entry->pattern, entry);
+                }
             }
+        } catch (const std::bad_alloc&) {
+            literals.clear();
         }
     }
 
@@ -300,6 +305,10 @@ void ResourceRouter::Deregister(const std::string& pattern, bool recursive)
     };
     std::vector<std::shared_ptr<Entry>> removed;
     const Nucleo::MutexGuard guard(state_->mutex);
+    // All memory comes first: what has begun is carried through.
+    const std::size_t most = state_->leaving.size() + state_->entries.size();
+    removed.reserve(most);
+    state_->leaving.reserve(most);
     // Whoever calls from outside may destroy the resources as soon as this returns, so it also waits for those that
     // another caller is just removing. From inside a call that would let two such callers wait for each other.
     if (innermostFrame == nullptr) {
@@ -324,14 +333,7 @@ void ResourceRouter::Deregister(const std::string& pattern, bool recursive)
         }
         it = state_->entries.erase(it);
     }
-    std::erase_if(state_->roots, [&](const SerialRoot& serial) {
-        std::string path;
-        for (const std::string& segment : serial.segments) {
-            path += '/';
-            path += segment;
-        }
-        return affected(path);
-    });
+    std::erase_if(state_->roots, [&](const SerialRoot& serial) { return affected(serial.path); });
     state_->IndexLiterals();
     state_->changed.notify_all();
     for (const auto& entry : removed) {
@@ -344,7 +346,7 @@ void ResourceRouter::Deregister(const std::string& pattern, bool recursive)
 void ResourceRouter::Serialize(const std::string& root)
 {
     const Shape shape = ParsePattern(root);
-    SerialRoot serial{{}, std::make_shared<Turn>()};
+    SerialRoot serial{Normalize(root), {}, std::make_shared<Turn>()};
     for (const Segment& segment : shape) {
         if (segment.key) {
             VX_THROW(Nucleo::ERROR_PARAMETER, "the root \"%s\" of a serialised sub-tree has a key", root);

@@ -249,10 +249,7 @@ TEST_F(HealthStreamTest, ClearingWaitsForARunningCallAndDropsTheRest)
         EXPECT_EQ(system.SetHealthHandler(nullptr, nullptr), OK);
         return gate.left.load();
     });
-    const auto deadline = std::chrono::steady_clock::now() + 30s;
-    while (Inject(localId) != ERROR_STATE && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::yield();
-    }
+    EXPECT_TRUE(VxTestSupport::Eventually([&] { return Inject(localId) == ERROR_STATE; }));
     gate.open.Set();
     EXPECT_TRUE(clear.get());
     EXPECT_EQ(receiver.sources.size(), 1U);

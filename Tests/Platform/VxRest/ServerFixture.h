@@ -16,6 +16,7 @@ namespace VxRestTests
 using namespace std::chrono_literals;
 using VxRest::HttpServer;
 using VxRest::HttpServerOptions;
+using VxTestSupport::Eventually;
 using VxTestSupport::HttpClient;
 using VxTestSupport::HttpReply;
 
@@ -67,20 +68,6 @@ protected:
 
     /// True when a request on a connection of its own is answered.
     bool IsServing() { return Connect().Get("/now").status == 200; }
-
-    /// Waits until `condition` holds.
-    template <class Condition>
-    static bool Eventually(const Condition& condition)
-    {
-        const auto end = std::chrono::steady_clock::now() + 20s;
-        while (!condition()) {
-            if (std::chrono::steady_clock::now() > end) {
-                return false;
-            }
-            std::this_thread::sleep_for(1ms);
-        }
-        return true;
-    }
 
     Gate gate;
     FakeResource document = FakeResource::WithDocument({{"a", 1}});

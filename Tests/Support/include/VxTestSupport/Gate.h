@@ -5,6 +5,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <thread>
 
 namespace VxTestSupport
 {
@@ -47,5 +48,19 @@ struct Gate
         left = true;
     }
 };
+
+/// Waits until `condition` holds; false when it does not within the bound.
+template <class Condition>
+bool Eventually(const Condition& condition, std::chrono::milliseconds bound = std::chrono::seconds(30))
+{
+    const auto end = std::chrono::steady_clock::now() + bound;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
 
 }  // namespace VxTestSupport
