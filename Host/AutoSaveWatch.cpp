@@ -38,7 +38,8 @@ struct AutoSaveWatch::State
     {
         std::unique_ptr<Vx::AsyncTimer> timer;  // Null once the watch has ended.
         bool waiting = false;
-        std::uint64_t failedSaves = 0;
+        std::uint64_t saves = 0;        // Those that succeeded.
+        std::uint64_t failedSaves = 0;  // Since then.
     };
 
     explicit State(PersistManager& persistManager) : manager(persistManager) {}
@@ -50,7 +51,7 @@ struct AutoSaveWatch::State
     {
         const Nucleo::MutexGuard guard(mutex);
         Domain& watched = Of(domain);
-        if (!watched.waiting && watched.timer) {
+        if (watched.timer && !watched.timer->IsRunning()) {
             watched.waiting = true;
             watched.timer->Start(Patience);
         }
@@ -64,6 +65,7 @@ struct AutoSaveWatch::State
         {
             const Nucleo::MutexGuard guard(mutex);
             Domain& watched = Of(domain);
+            ++watched.saves;
             failedSaves = std::exchange(watched.failedSaves, 0);
             watched.waiting = changedAgain;
             if (!watched.timer) {
@@ -83,8 +85,13 @@ struct AutoSaveWatch::State
 
     void OnTimer(PersistDomain domain) VX_EXCLUDES(mutex)
     {
-        if (!IsWaiting(domain)) {
-            return;
+        std::uint64_t savesBefore = 0;
+        {
+            const Nucleo::MutexGuard guard(mutex);
+            if (!Of(domain).waiting) {
+                return;
+            }
+            savesBefore = Of(domain).saves;
         }
         Vx_Debug_Log(Warning, "The %s domain has been waiting to be saved for long: saving it now.",
                      VxCommon::PersistDomain_Name(domain));
@@ -95,16 +102,19 @@ struct AutoSaveWatch::State
                 manager.FlushWorkspace();
             }
         } catch (const std::exception& exception) {
-            OnFailure(domain, exception);
+            OnFailure(domain, savesBefore, exception);
         }
     }
 
-    void OnFailure(PersistDomain domain, const std::exception& exception) VX_EXCLUDES(mutex)
+    void OnFailure(PersistDomain domain, std::uint64_t savesBefore, const std::exception& exception) VX_EXCLUDES(mutex)
     {
         std::chrono::microseconds delay{};
         {
             const Nucleo::MutexGuard guard(mutex);
             Domain& watched = Of(domain);
+            if (watched.saves != savesBefore) {
+                return;  // It was saved since: by another thread, or before what failed.
+            }
             delay = DelayAfter(++watched.failedSaves);
             watched.waiting = true;
             if (!watched.timer) {

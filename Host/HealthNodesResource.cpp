@@ -75,14 +75,10 @@ nlohmann::json HealthNodesResource::Document(const VxRest::RequestInfo& request,
 void HealthNodesResource::UpdateDocument(const VxRest::RequestInfo& request, const nlohmann::json& document)
 {
     const NodeWatch::Node node = FindNode(nodes_, request.FindKey("id"));
-    const bool before = reporter_.IsReporting(node.id);
     NodeProperties properties;
-    properties.Fill(node, before);
+    properties.Fill(node, reporter_.IsReporting(node.id));
     Vx::Params::Update(properties, document);
-    if (document.contains("reporting")) {
-        reporter_.SetReporting(node.id, properties.reporting.Get());
-    }
-    if (reporter_.IsReporting(node.id) != before) {
+    if (document.contains("reporting") && reporter_.SetReporting(node.id, properties.reporting.Get())) {
         Notify();
     }
 }

@@ -43,7 +43,7 @@ bool HealthReporter::IsReporting(std::uint32_t nodeId) const
     return !silenced_.contains(nodeId);
 }
 
-void HealthReporter::SetReporting(std::uint32_t nodeId, bool reporting)
+bool HealthReporter::SetReporting(std::uint32_t nodeId, bool reporting)
 {
     if (nodeId == LocalNodeId) {
         VX_THROW(Nucleo::ERROR_STATE,
@@ -55,11 +55,7 @@ void HealthReporter::SetReporting(std::uint32_t nodeId, bool reporting)
         VX_THROW(Nucleo::ERROR_NOT_FOUND, "There is no node %u.", nodeId);
     }
     const Nucleo::MutexGuard guard(mutex_);
-    if (reporting) {
-        silenced_.erase(nodeId);
-    } else {
-        silenced_.insert(nodeId);
-    }
+    return reporting ? silenced_.erase(nodeId) != 0 : silenced_.insert(nodeId).second;
 }
 
 void HealthReporter::OnTimer()

@@ -38,9 +38,9 @@ public:
     bool IsReporting(std::uint32_t nodeId) const;
 
     /// Silences a simulated node, or wakes it: it reports again with the next report of all, its counters being where
-    /// they would be without the silence. Throws Vx::Exception: ERROR_NOT_FOUND when there is no such node, ERROR_STATE
-    /// for the local one.
-    void SetReporting(std::uint32_t nodeId, bool reporting);
+    /// they would be without the silence. Returns whether this changed anything. Throws Vx::Exception: ERROR_NOT_FOUND
+    /// when there is no such node, ERROR_STATE for the local one.
+    bool SetReporting(std::uint32_t nodeId, bool reporting);
 
     /// How many reports the platform did not take so far.
     std::uint64_t RefusedReports() const noexcept { return refused_; }

@@ -5,6 +5,7 @@
 
 #include <VxApi/Exception.h>
 #include <VxApi/JsonSerializer.h>
+#include <VxApi/Locker.h>
 
 namespace VxHost
 {
@@ -19,15 +20,15 @@ constexpr Vx::Params::UpdateOptions restoring{.includeReadOnly = true, .lenient 
 }  // namespace
 
 Setting::Setting(std::string name, VxCommon::PersistDomain domain, SettingFactory factory,
-                 VxCommon::IPersistController& controller)
-    : name_(std::move(name)), domain_(domain), factory_(factory), controller_(controller), group_(factory_())
+                 VxCommon::PersistManager& manager)
+    : name_(std::move(name)), domain_(domain), factory_(factory), manager_(manager), group_(factory_())
 {
-    registration_ = controller_.RegisterHandler(*this, name_);
+    registration_ = manager_.RegisterHandler(*this, name_);
 }
 
 Setting::~Setting()
 {
-    controller_.UnregisterHandler(registration_);
+    manager_.UnregisterHandler(registration_);
 }
 
 nlohmann::json Setting::Document() const
@@ -43,6 +44,8 @@ nlohmann::json Setting::Schema() const
 
 void Setting::Update(const nlohmann::json& document)
 {
+    const Vx::Locker locker(manager_.GetLock());
+    bool changed = false;
     {
         const Nucleo::MutexGuard guard(mutex_);
         const nlohmann::json before = Vx::Params::NodeToJson(*group_);
@@ -53,13 +56,16 @@ void Setting::Update(const nlohmann::json& document)
         if (Vx::Params::NodeToJson(*next) != before) {
             group_ = std::move(next);
             ++revision_;
+            changed = true;
         }
         if (revision_ == savedRevision_) {
             return;
         }
     }
-    controller_.NotifyChange(*this, domain_);
-    changed_.Raise();
+    if (changed) {
+        changed_.Raise();  // First, since the values stand whatever becomes of handing them over.
+    }
+    manager_.NotifyChange(*this, domain_);
 }
 
 void Setting::Init(VxCommon::PersistDomain domain, VxCommon::IPersistStore& store)

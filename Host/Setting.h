@@ -4,7 +4,9 @@
 // A setting is a persistence handler with a name: it is saved when it notifies its change, and loaded when it asks. Who
 // asks when its domain was loaded is DomainHandler.
 //
-// Any thread may call. The own lock guards the group and is never held while the controller is called.
+// Any thread may call. The manager's lock makes an update one step, from the new values to handing them over, which no
+// load comes between. The own lock guards the group, so that it can be read meanwhile, and is never held while the
+// manager is called.
 
 #include <cstdint>
 #include <memory>
@@ -12,7 +14,7 @@
 
 #include <Nucleo/Lock.h>
 #include <VxApi/Event.h>
-#include <VxCommon/Persistence/IPersistController.h>
+#include <VxCommon/Persistence/PersistManager.h>
 
 #include "SettingGroup.h"
 
@@ -28,9 +30,9 @@ public:
     /// The newest version of the item that can be read.
     static constexpr std::uint64_t ItemVersion = 1;
 
-    /// Registers under `name`; starts with the defaults of `factory`. `controller` must outlive the setting.
+    /// Registers under `name`; starts with the defaults of `factory`. `manager` must outlive the setting.
     Setting(std::string name, VxCommon::PersistDomain domain, SettingFactory factory,
-            VxCommon::IPersistController& controller);
+            VxCommon::PersistManager& manager);
     ~Setting() override;
     Setting(const Setting&) = delete;
     Setting& operator=(const Setting&) = delete;
@@ -47,10 +49,13 @@ public:
     void Update(const nlohmann::json& document);
 
     /// Loads the setting from its view in the domain's store.
-    void Reload() { controller_.NotifyLoad(*this, domain_); }
+    void Reload() { manager_.NotifyLoad(*this, domain_); }
 
-    /// Raised after every change of the values, with no own lock held; after a load under the controller's lock.
+    /// Raised after every change of the values, under the manager's lock.
     Vx::Event<>& ChangedEvent() noexcept { return changed_; }
+
+    /// Who ends a subscription to the event, and then destroys what its listener uses, ends it under this lock.
+    Nucleo::Lock& ManagerLock() const noexcept VX_RETURN_CAPABILITY(manager_.GetLock()) { return manager_.GetLock(); }
 
     std::string DisplayName() const override { return name_; }
     void Init(VxCommon::PersistDomain domain, VxCommon::IPersistStore& store) override;
@@ -68,7 +73,7 @@ private:
     const std::string name_;
     const VxCommon::PersistDomain domain_;
     const SettingFactory factory_;
-    VxCommon::IPersistController& controller_;
+    VxCommon::PersistManager& manager_;
     void* registration_;
 
     Vx::Event<> changed_;

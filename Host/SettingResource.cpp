@@ -1,6 +1,7 @@
 #include "SettingResource.h"
 
 #include <VxApi/Exception.h>
+#include <VxApi/Locker.h>
 #include <VxApi/Logging.h>
 
 namespace VxHost
@@ -11,6 +12,13 @@ SettingResource::SettingResource(Setting& setting)
           NotificationEvent().Raise(VxRest::EventType::Updated, path_);
       }))
 {}
+
+SettingResource::~SettingResource()
+{
+    // The event is raised under the lock: no other thread is inside the listener afterwards.
+    const Vx::Locker locker(setting_.ManagerLock());
+    changed_.Reset();
+}
 
 nlohmann::json SettingResource::Document(const VxRest::RequestInfo& request, VxRest::ResponseInfo& /*response*/)
 {

@@ -17,6 +17,11 @@ public:
     /// `setting` must outlive the resource.
     explicit SettingResource(Setting& setting);
 
+    /// Waits for a change that is being told.
+    ~SettingResource() override;
+    SettingResource(const SettingResource&) = delete;
+    SettingResource& operator=(const SettingResource&) = delete;
+
     const std::string& Path() const noexcept { return path_; }
 
     nlohmann::json Document(const VxRest::RequestInfo& request, VxRest::ResponseInfo& response) override;

@@ -1,3 +1,5 @@
+#include <stdexcept>
+
 #include "Rig.h"
 
 namespace VxHostTest
@@ -89,6 +91,19 @@ TEST_F(AutoSaveWatchTest, LaterChangeThatIsSavedEndsTheRetries)
     const std::size_t attempts = Attempts();
     time.Advance(1h);
     EXPECT_EQ(Attempts(), attempts);
+}
+
+TEST_F(AutoSaveWatchTest, SaveThatIsDoneIsNoFailureWhateverFailsAfterIt)
+{
+    FailUploads(1);
+    Change();
+    time.Advance(1s);
+    const Vx::Subscription subscription = rig.manager.DomainPersistedEvent().Subscribe(
+        [](PersistDomain) { throw std::runtime_error("a listener after the watch"); });
+    time.Advance(1s);
+    EXPECT_EQ(NameOnDisk(), "n1");
+    EXPECT_FALSE(rig.watch.IsWaiting(PersistDomain::GLOBAL));
+    EXPECT_EQ(rig.watch.FailedSaves(PersistDomain::GLOBAL), 0U);
 }
 
 TEST_F(AutoSaveWatchTest, AtTheEndWhatWaitsIsSavedOrNamed)

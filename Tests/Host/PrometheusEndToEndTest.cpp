@@ -19,6 +19,7 @@
 #include <gtest/gtest.h>
 
 #include <Host/Version.h>
+#include <VxTestSupport/Gate.h>
 #include <VxTestSupport/TemporaryFolder.h>
 
 #include "HostProcess.h"
@@ -79,12 +80,9 @@ std::string Labels(const json& labels)
 void AwaitReports(const HostProcess& host, std::uint32_t lastNode)
 {
     const std::string wanted = "vx_node_report_age_seconds{node=\"" + std::to_string(lastNode) + "\"}";
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    while (host.Get(pagePath).body.find(wanted) == std::string::npos) {
-        if (std::chrono::steady_clock::now() > end) {
-            throw std::runtime_error("a node does not report");
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));  // Between two looks at the deadline.
+    const auto reported = [&] { return host.Get(pagePath).body.find(wanted) != std::string::npos; };
+    if (!VxTestSupport::Eventually(reported, std::chrono::seconds(60))) {
+        throw std::runtime_error("a node does not report");
     }
 }
 

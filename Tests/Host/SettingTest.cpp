@@ -1,5 +1,10 @@
 #include <future>
+#include <optional>
 #include <stdexcept>
+#include <thread>
+
+#include <Host/SettingResource.h>
+#include <VxTestSupport/Gate.h>
 
 #include "Rig.h"
 
@@ -155,6 +160,8 @@ TEST_F(SettingTest, FactoryRestoreBringsDefaultsAndLeavesItemsOfOthersAlone)
 TEST_F(SettingTest, ChangeThatPersistenceDidNotTakeIsHandedOverByTheNextUpdate)
 {
     bool failing = true;
+    int changes = 0;
+    const Vx::Subscription change = rig.acquisition.ChangedEvent().Subscribe([&] { ++changes; });
     const Vx::Subscription subscription = rig.manager.DomainChangedEvent().Subscribe([&](PersistDomain) {
         if (std::exchange(failing, false)) {
             throw std::runtime_error("no memory");
@@ -162,8 +169,43 @@ TEST_F(SettingTest, ChangeThatPersistenceDidNotTakeIsHandedOverByTheNextUpdate)
     });
     EXPECT_THROW(SetExposure(77), std::runtime_error);
     EXPECT_FALSE(rig.manager.IsJobModified());
+    EXPECT_EQ(changes, 1) << "the value stands";
     SetExposure(77);  // The client tries again.
     EXPECT_TRUE(rig.manager.IsJobModified());
+    EXPECT_EQ(changes, 1);
+}
+
+TEST_F(SettingTest, LoadComesBeforeOrAfterAnUpdateOfAnotherThread)
+{
+    rig.manager.SaveJob("A");
+    std::thread client;
+    platform.Storage().BeforeNext(FileOp::Download, "A.vpjob", 1, [&] {
+        client = std::thread([&] { SetExposure(77); });
+        EXPECT_FALSE(VxTestSupport::Eventually([&] { return Exposure() == 77; }, 50ms)) << "it waits for the load";
+    });
+    rig.manager.LoadJob("A");
+    client.join();
+    EXPECT_EQ(Exposure(), 77);
+    EXPECT_TRUE(rig.manager.IsJobModified());
+}
+
+TEST_F(SettingTest, ResourceEndsAfterANoticeThatIsBeingTold)
+{
+    std::optional<VxHost::SettingResource> resource(std::in_place, rig.acquisition);
+    VxTestSupport::Gate gate;
+    const Vx::Subscription subscription =
+        resource->NotificationEvent().Subscribe([&](VxRest::EventType, const std::string&) { gate.Pass(); });
+    std::thread client([&] { SetExposure(77); });
+    ASSERT_TRUE(gate.entered.Await());
+    VxTestSupport::Signal ended;
+    std::thread owner([&] {
+        resource.reset();
+        ended.Set();
+    });
+    EXPECT_FALSE(ended.Await(20ms));
+    gate.open.Set();
+    client.join();
+    owner.join();
 }
 
 TEST_F(SettingTest, HoldsNoLockOfItsOwnWhileItNotifies)
