@@ -124,7 +124,12 @@ void Health::CloseHealth() noexcept
         LogFailure(AsSystem(system_).SetHealthHandler(nullptr, nullptr));
     }
     worker_.Stop();
-    if (const std::uint64_t dropped = queue_.Clear() + std::exchange(droppedInARow_, 0); dropped != 0) {
+    std::uint64_t dropped = queue_.Clear();
+    if (wasListening) {
+        // Who stops meanwhile has not waited for the platform's thread, which counts.
+        dropped += std::exchange(droppedInARow_, 0);
+    }
+    if (dropped != 0) {
         Vx_Debug_Log(Warning, "At the end of Health %llu messages were dropped.", dropped);
     }
 }
@@ -333,10 +338,7 @@ std::uint64_t Health::AddNodeIndicatorsHandler(std::uint32_t nodeId, NodeIndicat
         VX_CHECK(node->OpenHealthStream());
     }
     const Nucleo::MutexGuard guard(handlersMutex_);
-    std::shared_ptr<NodeHandlers>& handlers = nodeHandlers_[nodeId];
-    if (!handlers) {
-        handlers = std::make_shared<NodeHandlers>();
-    }
+    auto& handlers = nodeHandlers_.try_emplace(nodeId, std::make_shared<NodeHandlers>()).first->second;
     const std::uint64_t id = ++lastCallbackId_;
     handlers->subscriptions[id] = handlers->event.Subscribe(std::move(callback));
     return id;

@@ -72,6 +72,17 @@ TEST_F(ProblemsResourceTest, EveryNotificationIsANotice)
     EXPECT_EQ(noticed.size(), 3U);
 }
 
+TEST_F(ProblemsResourceTest, WhoReadsOnANoticeFindsWhatItTellsOf)
+{
+    directory->Register(router);
+    std::vector<std::size_t> found;
+    const Vx::Subscription subscription = router.NotificationEvent().Subscribe(
+        [&](VxRest::EventType, const std::string&) { found.push_back(Get("/problems").at("items").size()); });
+    const auto problem = manager.Add(VcProblemSeverity_Potential, "a", "hot");
+    manager.Remove(problem);
+    EXPECT_THAT(found, ElementsAre(1U, 0U));
+}
+
 TEST_F(ProblemsResourceTest, IsReadMadeAndEndedWhileOthersChangeTheList)
 {
     std::atomic<bool> stop = false;

@@ -40,7 +40,11 @@ nlohmann::json ProblemRes::Document(const VxRest::RequestInfo& request, VxRest::
     {
         const Vx::Locker locker(manager_.GetLock());
         for (const Problem& problem : manager_.Enumerate()) {
-            problems.push_back(problem);
+            // The manager tells of a removal before it takes the problem out, and not again: who reads on being told
+            // must not find it.
+            if (problem.refCount != 0) {
+                problems.push_back(problem);
+            }
         }
     }
     using Vx::Properties::JsonSerializer;
