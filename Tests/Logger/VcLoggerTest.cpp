@@ -3,10 +3,8 @@
 #include <malloc.h>
 
 #include <atomic>
-#include <cstdlib>
 #include <cstring>
 #include <limits>
-#include <new>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -21,6 +19,7 @@
 #include <VxCommon/Logger/VcUtilsLog.h>
 #include <VxRest/HttpServer.h>
 #include <VxTestSupport/AllocationSweep.h>
+#include <VxTestSupport/ReplacedHeap.h>
 #include <VxTestSupport/ScopedClock.h>
 #include <VxTestSupport/ScopedDefaultAllocator.h>
 
@@ -33,28 +32,13 @@ using testing::IsEmpty;
 namespace
 {
 
-std::atomic<std::size_t> heapAllocations{0};
+std::atomic<std::size_t> heapAllocations{0};  // From the general heap, by this program.
 
 }  // namespace
 
-// Counts what this program takes from the general heap.
-void* operator new(std::size_t size)
+void VxTestSupport::OnAllocation()
 {
     ++heapAllocations;
-    if (void* memory = std::malloc(size != 0 ? size : 1)) {
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-
-void operator delete(void* memory) noexcept
-{
-    std::free(memory);
-}
-
-void operator delete(void* memory, std::size_t /*size*/) noexcept
-{
-    std::free(memory);
 }
 
 namespace

@@ -1,8 +1,9 @@
 // What router and server do when the process is out of memory for a moment.
 
 #include <atomic>
-#include <cstdlib>
 #include <new>
+
+#include <VxTestSupport/ReplacedHeap.h>
 
 #include "ServerFixture.h"
 
@@ -19,27 +20,13 @@ std::atomic<int> failures{0};
 
 }  // namespace
 
-void* operator new(std::size_t size)
+void VxTestSupport::OnAllocation()
 {
     const bool fails = untilFailure >= 0 && untilFailure-- == 0;
     if (fails || (isShort && !isSpared)) {
         ++failures;
         throw std::bad_alloc();
     }
-    if (void* memory = std::malloc(size != 0 ? size : 1)) {
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-
-void operator delete(void* memory) noexcept
-{
-    std::free(memory);
-}
-
-void operator delete(void* memory, std::size_t /*size*/) noexcept
-{
-    std::free(memory);
 }
 
 namespace
