@@ -137,6 +137,12 @@ TEST(VcLogTest, AnArgumentThatPushesOutItsOwnMessageIsNotAttached)
     EXPECT_EQ(VcLog_AddArgument(log.Get(), std::string(smallCapacity, 'y').c_str(), &Nucleo::StringType), ERROR_STATE);
     ASSERT_EQ(Insert(*log, "newer"), OK);
     EXPECT_EQ(VcLog_FirstId(log.Get()), 3U);
+    // Its own room is not enough, that of the next message is.
+    ASSERT_EQ(Insert(*log, std::string(smallCapacity - 500, 'x')), OK);
+    EXPECT_EQ(VcLogMsg_AddArgument(VcLog_At(log.Get(), 0), std::string(500, 'y').c_str(), &Nucleo::StringType),
+              ERROR_MEMORY);
+    EXPECT_EQ(VcLog_Count(log.Get()), 0U);
+    EXPECT_EQ(VcLog_Used(log.Get()), 0);
 }
 
 TEST(VcLogTest, TellsListenersAndProbesTheIds)

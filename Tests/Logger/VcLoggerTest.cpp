@@ -359,6 +359,38 @@ TEST_F(VcLoggerTest, ArgumentsGoToTheirOwnMessageWhateverListenersDo)
     EXPECT_THAT(Texts(VcLogger_PrivateLog()), ElementsAre(""));
 }
 
+TEST_F(VcLoggerTest, MessageThatGoesForItsArgumentIsNotRemembered)
+{
+    // What a listener logs leaves so little room that the message and what came after it go for the argument.
+    const auto fills = [](void*, void*, void*) {
+        const std::size_t room = VcLog_Capacity(VcLogger_PublicLog()) - VcLog_Used(VcLogger_PublicLog());
+        return VcLogger_LogImpl(VcLogger_Instance(), VcLogger_PublicLog(), VcLogMsgType_Info, 0,
+                                std::string(room - 300, 'x').c_str());
+    };
+    ASSERT_EQ(VcLogger_EnablePublicMessageFilter(1), OK);
+    ASSERT_EQ(VcLog_ChangeEvent(log)->Add(fills, nullptr), OK);
+    const auto logs = [&] {
+        return VcLogger_LogfImpl(logger.Get(), log, 1, VcLogMsgType_Error, 1, "value %s",
+                                 MakeFormatArgs(std::string(255, 'a')));
+    };
+    EXPECT_EQ(logs(), Nucleo::ERROR_MEMORY);
+    EXPECT_EQ(VcLog_Count(log), 0U);
+    ASSERT_EQ(VcLog_ChangeEvent(log)->Remove(fills, nullptr), OK);
+    EXPECT_EQ(logs(), OK);
+    EXPECT_EQ(VcLog_Count(log), 1U);
+}
+
+TEST_F(VcLoggerTest, CycleThatAListenerBeginsHoldsTheTextThatCameFirst)
+{
+    const auto begins = [](void*, void*, void*) { return VcLogger_BeginLogCycle(); };
+    ASSERT_EQ(VcLog_ChangeEvent(log)->Add(begins, nullptr), OK);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(VcLogger_LogImpl(logger.Get(), log, VcLogMsgType_Info, 0, "same"), OK);
+    }
+    EXPECT_THAT(Texts(), ElementsAre("same"));
+    EXPECT_EQ(VcLogger_EndLogCycle(), OK);
+}
+
 TEST_F(VcLoggerTest, TextsThatDoNotFitAreRefusedWhole)
 {
     const std::string most(511, 'x');

@@ -217,8 +217,9 @@ Status VcLogMsg_AddArgument(VcLogMsg* msg, const char* text, const Nucleo::Type*
         (msg->lastArg != nullptr ? msg->lastArg->next : msg->firstArg) = arg;
         msg->lastArg = arg;
     }
+    const bool gone = msg->IsUnique();  // What fell out after the message may have made enough room.
     static_cast<void>(msg->Release());
-    return status;
+    return status == OK && gone ? ERROR_MEMORY : status;
 }
 
 std::uint32_t VcLogMsg_Id(const VcLogMsg* msg)

@@ -18,15 +18,15 @@ namespace
 template <class Insert>
 Status LogFiltered(VcLogger& logger, std::uint32_t usePublic, const char* text, Insert insert)
 {
-    if (logger.inCycle == 0 && usePublic == 0) {
-        return insert();  // Nothing filters and nothing is remembered.
-    }
-    if (VcLogger_IsMessageFiltered(usePublic, text) == 0) {
+    // Most calls filter and remember nothing, and spare the look into the sets.
+    const auto concernsFilters = [&] { return logger.inCycle != 0 || usePublic != 0; };
+    if (!concernsFilters() || VcLogger_IsMessageFiltered(usePublic, text) == 0) {
         if (const Status status = insert(); status != OK) {
             return status;
         }
     }
-    return VcLogger_AddToMessageFilter(&logger, usePublic, text);
+    // Asked again: a listener of the insertion may have begun a cycle.
+    return !concernsFilters() ? OK : VcLogger_AddToMessageFilter(&logger, usePublic, text);
 }
 
 const char* MessageOf(const Nucleo::LogArgs& logArgs)
@@ -47,6 +47,13 @@ Status InsertNow(VcLogger& logger, VcLog& log, VcLogMsgType type, std::string_vi
         log, {logger.sourceId, type, now.scaled - logger.timeOrigin, now.dateTime, 0, text});
 }
 
+/// The entry `id`, or null when the ring does not hold it any more.
+VcLogMsg* Find(VcLog& log, std::uint32_t id)
+{
+    const std::uint32_t index = id - VcLog_FirstId(&log);
+    return index < VcLog_Count(&log) ? VcLog_At(&log, index) : nullptr;
+}
+
 /// Attaches the arguments of `format` to the entry `id`, which a listener that logs may have made an older one.
 Status AttachArguments(VcLog& log, std::uint32_t id, const char* format, const Nucleo::FormatArgs& args)
 {
@@ -57,12 +64,15 @@ Status AttachArguments(VcLog& log, std::uint32_t id, const char* format, const N
         if (const Status status = VcLogger_FormatArg(&argCursor, argType, text, sizeof text); status != OK) {
             return status;
         }
-        const std::uint32_t index = id - VcLog_FirstId(&log);
-        if (index >= VcLog_Count(&log)) {
+        VcLogMsg* msg = Find(log, id);
+        if (msg == nullptr) {
             return ERROR_STATE;  // A listener dropped it.
         }
-        if (const Status status = VcLogMsg_AddArgument(VcLog_At(&log, index), text, argType); status != OK) {
+        if (const Status status = VcLogMsg_AddArgument(msg, text, argType); status != OK) {
             return status;
+        }
+        if (Find(log, id) == nullptr) {
+            return ERROR_STATE;  // It went for its argument, though a reader has it still.
         }
     }
     return OK;
