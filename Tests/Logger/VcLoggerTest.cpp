@@ -363,7 +363,8 @@ TEST_F(VcLoggerTest, MessageThatGoesForItsArgumentIsNotRemembered)
 {
     // What a listener logs leaves so little room that the message and what came after it go for the argument.
     const auto fills = [](void*, void*, void*) {
-        const std::size_t room = VcLog_Capacity(VcLogger_PublicLog()) - VcLog_Used(VcLogger_PublicLog());
+        const auto used = static_cast<std::size_t>(VcLog_Used(VcLogger_PublicLog()));
+        const std::size_t room = VcLog_Capacity(VcLogger_PublicLog()) - used;
         return VcLogger_LogImpl(VcLogger_Instance(), VcLogger_PublicLog(), VcLogMsgType_Info, 0,
                                 std::string(room - 300, 'x').c_str());
     };
