@@ -109,6 +109,8 @@ TEST_F(ServerShortOfMemory, GoesOnOnceThereIsSomeAgain)
         options.noticeHeartbeat = 40ms;  // Sweeps every 10 ms.
     });
     HttpClient idle = Connect();
+    EXPECT_TRUE(Eventually([&] { return server->Statistics().connections == 1; }));
+    BeShort();  // Only the sweeps miss it, one after the other.
     HttpClient working = BeginSlow();
     std::thread opener([this] {
         isSpared = true;
