@@ -134,16 +134,29 @@ TEST_F(NodeStorageTest, DiagnosisCopiesFillTheFreeNumbersAndThenReuseTheLast)
             files_.Put(name, "old");
         }
         files_.Mark();
+        const Journal said{"Persistence/NodeStorage: I File '" + c.written + "' saved for diagnosis."};
         const VxTestSupport::ScopedLogCapture log;
-        storage_.CopyForDiagnosis("x", c.maxCopies);
-        EXPECT_EQ(LogOf(log), Journal({"Persistence/NodeStorage: I File '" + c.written + "' saved for diagnosis."}));
+        EXPECT_EQ(storage_.CopyForDiagnosis("x", c.maxCopies), c.written);
+        EXPECT_EQ(LogOf(log), said);
         for (const std::string& name : files_.Names()) {
             EXPECT_TRUE(name == c.written ? Text(name) == "bad" : files_.Unchanged(name)) << name;
         }
+        // Moved likewise, without being read.
+        files_.Remove(c.written);
+        for (const std::string& name : c.present) {
+            files_.Put(name, "old");
+        }
+        files_.FailNext(FileOp::Download, "", 1, ERROR_IO);
+        EXPECT_EQ(storage_.MoveForDiagnosis("x", c.maxCopies), c.written);
+        EXPECT_EQ(LogOf(log), Journal({said[0], said[0]}));
+        EXPECT_EQ(Text("x") + Text(c.written), "(missing)bad");
+        files_.ClearFaults();
     }
+    files_.Put("x", "bad");
     files_.Mark();
-    storage_.CopyForDiagnosis("x", 0);
+    EXPECT_EQ(storage_.CopyForDiagnosis("x", 0) + storage_.MoveForDiagnosis("x", 0), "");
     EXPECT_EQ(Thrown([&] { storage_.CopyForDiagnosis("missing", 0); }), "-999 NodeStorage::CopyForDiagnosis");
+    EXPECT_EQ(Thrown([&] { storage_.MoveForDiagnosis("missing", 0); }), "-999 NodeStorage::MoveForDiagnosis");
     EXPECT_TRUE(files_.Unchanged());
     for (int i = 1; i < 100; ++i) {
         files_.Put("x.d" + std::string(i < 10 ? "0" : "") + std::to_string(i), "old");

@@ -134,7 +134,8 @@ std::shared_ptr<const MemoryStorage::Bytes> MemoryStorage::Find(std::string_view
 bool MemoryStorage::FileExists(std::string_view path) const
 {
     const std::string_view name = TesselLib::StorageName(path);
-    return Enter(FileOp::Exists, name) == OK && Find(name) != nullptr;
+    const Nucleo::Status status = Enter(FileOp::Exists, name);
+    return status == OK ? Find(name) != nullptr : status != ERROR_NOT_FOUND && status != ERROR_NAME;
 }
 
 Nucleo::Status MemoryStorage::FileSize(std::string_view path, std::uint64_t* size) const
@@ -190,6 +191,26 @@ Nucleo::Status MemoryStorage::Delete(std::string_view path)
     }
     const Nucleo::MutexGuard guard(mutex_);
     return files_.erase(std::string(name)) != 0 ? OK : ERROR_NOT_FOUND;
+}
+
+Nucleo::Status MemoryStorage::Move(std::string_view from, std::string_view to)
+{
+    const std::string_view name = TesselLib::StorageName(from);
+    const std::string_view target = TesselLib::StorageName(to);
+    if (const Nucleo::Status status = Enter(FileOp::Move, name); status != OK) {
+        return status;
+    }
+    if (target.empty()) {
+        return ERROR_NAME;
+    }
+    const auto bytes = Find(name);
+    if (!bytes) {
+        return ERROR_NOT_FOUND;
+    }
+    const Nucleo::MutexGuard guard(mutex_);
+    files_.erase(std::string(name));
+    files_[std::string(target)] = bytes;
+    return OK;
 }
 
 Nucleo::Status MemoryStorage::List(std::string_view directory, std::vector<std::string>* names) const

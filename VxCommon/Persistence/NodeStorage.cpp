@@ -39,6 +39,18 @@ void RequireValid(const Vx::Location& location, const std::string& name)
     }
 }
 
+// Throws ERROR_PARAMETER at `location` when no file of this name may be made.
+void RequireWritable(const Vx::Location& location, const std::string& name)
+{
+    if (name.size() > NodeStorage::MaxFileNameLength) {
+        constexpr const char* text = "File name exceeds max length (%1$u).";
+        constexpr unsigned limit = NodeStorage::MaxFileNameLength;
+        Vx::Logging::Tagged(Vx::Logging::Level::Error, "sensor", text, limit);
+        VX_THROW_AT(location, ERROR_PARAMETER, text, limit);
+    }
+    RequireValid(location, name);
+}
+
 // A name's path on the storage.
 class UserPath
 {
@@ -88,7 +100,7 @@ TesselLib::Storage& NodeStorage::Storage() const
 std::vector<unsigned char> NodeStorage::ReadFile(const std::string& name) const
 {
     RequireValid(VX_HERE, name);
-    if (!FileExists(name)) {
+    if (!IsThere(VX_HERE, name)) {
         VX_THROW(ERROR_NOT_FOUND, "File '%s' does not exist.", name);
     }
     const UserPath path(VX_HERE, name);
@@ -103,13 +115,7 @@ std::vector<unsigned char> NodeStorage::ReadFile(const std::string& name) const
 
 void NodeStorage::WriteFile(const std::string& name, const unsigned char* data, unsigned long long size)
 {
-    if (name.size() > MaxFileNameLength) {
-        constexpr const char* text = "File name exceeds max length (%1$u).";
-        constexpr unsigned limit = MaxFileNameLength;
-        Vx::Logging::Tagged(Vx::Logging::Level::Error, "sensor", text, limit);
-        VX_THROW(ERROR_PARAMETER, text, limit);
-    }
-    RequireValid(VX_HERE, name);
+    RequireWritable(VX_HERE, name);
     const UserPath path(VX_HERE, name);
     CheckFile(VX_HERE, Storage().Upload(path.View(), data, size), "written", name);
 }
@@ -119,31 +125,65 @@ void NodeStorage::CopyFile(const std::string& source, const std::string& target)
     if (!FileExists(source)) {
         VX_THROW(ERROR_NOT_FOUND, "File '%s' does not exist.", source);
     }
-    if (FileExists(target)) {
+    if (IsThere(VX_HERE, target)) {
         VX_THROW(ERROR_ALREADY_EXISTS, "File '%s' exists already.", target);
     }
     const std::vector<unsigned char> content = ReadFile(source);
     WriteFile(target, content.data(), content.size());
 }
 
-void NodeStorage::CopyForDiagnosis(const std::string& name, unsigned long long maxCopies)
+bool NodeStorage::IsThere(const Vx::Location& location, const std::string& name) const
 {
     if (!FileExists(name)) {
-        VX_THROW(ERROR_NOT_FOUND, "File '%s' does not exist.", name);
+        return false;
     }
-    if (maxCopies == 0) {
-        return;
+    const UserPath path(location, name);
+    std::uint64_t size = 0;
+    const Status status = Storage().FileSize(path.View(), &size);
+    if (status != ERROR_NOT_FOUND) {
+        CheckFile(location, status, "looked for", name);
+    }
+    return status == OK;
+}
+
+std::string NodeStorage::DiagnosisName(const Vx::Location& location, const std::string& name,
+                                       unsigned long long maxCopies) const
+{
+    if (!FileExists(name)) {
+        VX_THROW_AT(location, ERROR_NOT_FOUND, "File '%s' does not exist.", name);
     }
     std::string candidate;
     for (unsigned long long i = 1; i <= maxCopies; ++i) {
         candidate = name + ".d" + (i < 10 ? "0" : "") + std::to_string(i);
-        if (!FileExists(candidate)) {
+        if (!IsThere(location, candidate)) {
             break;
         }
     }
-    const std::vector<unsigned char> content = ReadFile(name);
-    WriteFile(candidate, content.data(), content.size());
-    Vx_Debug_Log(Info, "File '%s' saved for diagnosis.", candidate);
+    return candidate;
+}
+
+std::string NodeStorage::CopyForDiagnosis(const std::string& name, unsigned long long maxCopies)
+{
+    std::string copy = DiagnosisName(VX_HERE, name, maxCopies);
+    if (!copy.empty()) {
+        const std::vector<unsigned char> content = ReadFile(name);
+        WriteFile(copy, content.data(), content.size());
+        Vx_Debug_Log(Info, "File '%s' saved for diagnosis.", copy);
+    }
+    return copy;
+}
+
+std::string NodeStorage::MoveForDiagnosis(const std::string& name, unsigned long long maxCopies)
+{
+    std::string copy = DiagnosisName(VX_HERE, name, maxCopies);
+    if (!copy.empty()) {
+        RequireWritable(VX_HERE, copy);
+        const UserPath from(VX_HERE, name);
+        const UserPath to(VX_HERE, copy);
+        CheckFile(VX_HERE, Storage().Move(from.View(), to.View()), "kept for diagnosis", name);
+        Vx_Debug_Log(Info, "File '%s' saved for diagnosis.", copy);
+    }
+    return copy;
 }
 
 void NodeStorage::DeleteFile(const std::string& name)

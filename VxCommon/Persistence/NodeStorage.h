@@ -25,22 +25,31 @@ public:
     /// `system` must outlive the object.
     explicit NodeStorage(TesselSystem& system) : system_(system) {}
 
-    /// The file's bytes. Throws when it is missing; a file that goes away during the call reads as empty.
+    /// The file's bytes. Throws when it is missing or cannot be looked for; a file that goes away during the call reads
+    /// as empty.
     std::vector<unsigned char> ReadFile(const std::string& name) const;
 
     /// Creates or replaces the file, all or nothing.
     void WriteFile(const std::string& name, const unsigned char* data, unsigned long long size);
 
-    /// Throws when `source` is missing, or when `target` exists.
+    /// Throws when `source` is missing, when `target` exists, or when the storage cannot tell.
     void CopyFile(const std::string& source, const std::string& target);
 
     /// Keeps a copy of a file that could not be used as `name`.d01, .d02, ...: the first free number up to `maxCopies`,
-    /// or that last one again when none is free, so that the oldest copies stay. Nothing is written when `maxCopies` is
-    /// 0.
-    void CopyForDiagnosis(const std::string& name, unsigned long long maxCopies);
+    /// or that last one again when none is free, so that the oldest copies stay. Returns the copy's name. Nothing is
+    /// written when `maxCopies` is 0, and the name is empty. When the storage cannot tell whether a number is free, its
+    /// status is thrown and no copy is touched.
+    std::string CopyForDiagnosis(const std::string& name, unsigned long long maxCopies);
+
+    /// As CopyForDiagnosis, but the file itself gets the new name and is gone under its own. That needs neither room on
+    /// the storage nor reading the file. ERROR_UNSUPPORTED from a storage that cannot do it.
+    std::string MoveForDiagnosis(const std::string& name, unsigned long long maxCopies);
 
     void DeleteFile(const std::string& name);
+
+    /// False when the file is not there. True also when the storage cannot tell; reading or sizing it throws why.
     bool FileExists(const std::string& name) const;
+
     unsigned long long FileSize(const std::string& name) const;
 
     /// The names of the files with exactly this extension (without the "."), or of all files when it is empty, in the
@@ -65,6 +74,13 @@ public:
 
 private:
     TesselLib::Storage& Storage() const;
+
+    /// As FileExists, but throws the storage's status when it cannot tell.
+    bool IsThere(const Vx::Location& location, const std::string& name) const;
+
+    /// The name under which `name` is kept for diagnosis; empty when `maxCopies` is 0. Throws when it is missing.
+    std::string DiagnosisName(const Vx::Location& location, const std::string& name,
+                              unsigned long long maxCopies) const;
 
     TesselSystem& system_;
 };

@@ -87,6 +87,7 @@ struct DirectoryStorage::Folders
     Nucleo::Status Open(const std::filesystem::path& dataFolder);
     Nucleo::Status Place(const UploadName& upload, const char* name) VX_EXCLUDES(renaming);
     Nucleo::Status Remove(const char* name) VX_EXCLUDES(renaming);
+    Nucleo::Status Rename(const char* from, const char* to) VX_EXCLUDES(renaming);
 
     // Constant after Open.
     FileDescriptor data;
@@ -205,6 +206,40 @@ Nucleo::Status DirectoryStorage::Folders::Remove(const char* name)
     return OK;
 }
 
+Nucleo::Status DirectoryStorage::Folders::Rename(const char* from, const char* to)
+{
+    const Nucleo::MutexGuard guard(renaming);
+    struct stat state
+    {};
+    Kind kind = Kind::Missing;
+    Nucleo::Status status = LookForFile(user.Get(), from, &state);
+    if (status == OK) {
+        status = Look(user.Get(), to, &kind, &state);
+    }
+    if (status != OK || std::string_view(from) == to) {
+        return status;
+    }
+    if (kind == Kind::Other) {
+        return ERROR_ACCESS;
+    }
+    // A second name keeps the replaced file until the folder is on the medium. Where there can be none, the move goes
+    // on without: it must be possible when little else is.
+    const UploadName kept = uploads.NextName();
+    const bool keeps = kind == Kind::File && ::linkat(user.Get(), to, uploads.Descriptor(), kept.data(), 0) == 0;
+    if (::renameat(user.Get(), from, user.Get(), to) != 0) {
+        status = StatusOfErrno(errno);
+    } else if (status = Sync(user.Get()); status != OK) {
+        const bool back = ::renameat(user.Get(), to, user.Get(), from) == 0;
+        if (back && keeps) {
+            ::renameat(uploads.Descriptor(), kept.data(), user.Get(), to);
+        }
+    }
+    if (keeps) {
+        uploads.Remove(kept);
+    }
+    return status;
+}
+
 DirectoryStorage::DirectoryStorage(std::unique_ptr<Folders> folders) : folders_(std::move(folders)) {}
 
 DirectoryStorage::~DirectoryStorage() = default;
@@ -230,7 +265,11 @@ bool DirectoryStorage::FileExists(std::string_view path) const
     const Component name(path);
     struct stat state
     {};
-    return name && LookForFile(folders_->user.Get(), name.Text(), &state) == OK;
+    if (!name) {
+        return false;
+    }
+    const Nucleo::Status status = LookForFile(folders_->user.Get(), name.Text(), &state);
+    return status != ERROR_NOT_FOUND && status != ERROR_NAME;
 }
 
 Nucleo::Status DirectoryStorage::FileSize(std::string_view path, std::uint64_t* size) const
@@ -320,6 +359,13 @@ Nucleo::Status DirectoryStorage::Delete(std::string_view path)
 {
     const Component name(path);
     return name ? folders_->Remove(name.Text()) : ERROR_NAME;
+}
+
+Nucleo::Status DirectoryStorage::Move(std::string_view from, std::string_view to)
+{
+    const Component old(from);
+    const Component now(to);
+    return old && now ? folders_->Rename(old.Text(), now.Text()) : ERROR_NAME;
 }
 
 Nucleo::Status DirectoryStorage::List(std::string_view directory, std::vector<std::string>* names) const

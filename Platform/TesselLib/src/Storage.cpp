@@ -58,6 +58,11 @@ bool IsUtf8(std::string_view text)
 
 }  // namespace
 
+Nucleo::Status Storage::Move(std::string_view /*from*/, std::string_view /*to*/)
+{
+    return Nucleo::ERROR_UNSUPPORTED;
+}
+
 bool IsStorageName(std::string_view name) noexcept
 {
     constexpr std::string_view refused{"\0/", 2};

@@ -84,6 +84,23 @@ TYPED_TEST(StorageContractTest, SaysWhatIsMissing)
     EXPECT_THAT(this->List(), testing::IsEmpty());
 }
 
+TYPED_TEST(StorageContractTest, MovesAFileOntoAnother)
+{
+    TesselLib::Storage& storage = this->Storage();
+    for (const char* target : {"b", "/user/b", "c"}) {
+        ASSERT_EQ(this->Upload("a", target), OK);
+        EXPECT_EQ(storage.Move("/user/a", target), OK);
+        EXPECT_EQ(this->Download(target), target);
+        EXPECT_FALSE(storage.FileExists("a"));
+    }
+    EXPECT_EQ(storage.Move("b", "b"), OK);
+    EXPECT_EQ(storage.Move("a", "b"), ERROR_NOT_FOUND);
+    EXPECT_EQ(storage.Move("b", "/user/.."), ERROR_NAME);
+    EXPECT_EQ(storage.Move("a/b", "b"), ERROR_NAME);
+    EXPECT_THAT(this->List(), testing::ElementsAre("b", "c"));
+    EXPECT_EQ(this->Download("b"), "/user/b");
+}
+
 TYPED_TEST(StorageContractTest, ListsBareNamesInByteOrder)
 {
     for (const char* name : {"b", "\xC3\xA4", "B", "a.vpjob", "a", "a b", "\x01"}) {

@@ -32,6 +32,7 @@ public:
     Nucleo::Status Download(std::string_view path, Nucleo::Stream& stream) const override;
     Nucleo::Status Upload(std::string_view path, const std::uint8_t* data, std::uint64_t size) override;
     Nucleo::Status Delete(std::string_view path) override;
+    Nucleo::Status Move(std::string_view from, std::string_view to) override;
     Nucleo::Status List(std::string_view directory, std::vector<std::string>* names) const override;
 
 private:

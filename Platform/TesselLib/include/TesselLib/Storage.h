@@ -17,7 +17,7 @@ namespace TesselLib
 /// Names. A file is named by its bare name or by "/user/" and its name; both mean the same file. A name is one path
 /// component: NUL, "/", the names "." and "..", an empty name, more than 255 bytes and bytes that are not UTF-8 are
 /// refused with ERROR_NAME. Only regular files exist to this interface: a directory, link or device in the folder is as
-/// if it were not there (ERROR_NOT_FOUND), and an upload onto one is refused with ERROR_ACCESS.
+/// if it were not there (ERROR_NOT_FOUND), and an upload or move onto one is refused with ERROR_ACCESS.
 ///
 /// Failures. ERROR_NOT_FOUND, ERROR_DISK_FULL, ERROR_READ_ONLY, ERROR_TOO_MANY_FILES, ERROR_ACCESS, ERROR_IO,
 /// ERROR_MEMORY: each leaves every file as it was.
@@ -29,7 +29,9 @@ class Storage
 public:
     virtual ~Storage() = default;
 
-    /// Whether the file is there. False for a name that the storage does not take.
+    /// Whether the file may be there. False says that it is not: nothing has the name, or something that is no file, or
+    /// the storage does not take the name. A look-up that fails (ERROR_IO, ERROR_ACCESS, ERROR_MEMORY, ...) cannot tell
+    /// and answers true; the operation that follows says why. What must know for certain asks FileSize.
     virtual bool FileExists(std::string_view path) const = 0;
 
     /// Sets `*size` to the file's length in bytes; 0 on failure.
@@ -44,6 +46,12 @@ public:
 
     /// Removes the file; it stays removed after a power cut once this returned OK.
     virtual Nucleo::Status Delete(std::string_view path) = 0;
+
+    /// Gives the file `from` the name `to` and replaces the file that had it, by a rename: it needs neither room nor
+    /// reading, so it works on a full disk and for a file whose content cannot be read. On the medium when it returns
+    /// OK; both files are as they were when it does not. ERROR_NOT_FOUND when `from` is none. Not every storage offers
+    /// it: the default answers ERROR_UNSUPPORTED.
+    virtual Nucleo::Status Move(std::string_view from, std::string_view to);
 
     /// Fills `*names` with the bare names of the files of `directory` ("/user"), in byte order.
     virtual Nucleo::Status List(std::string_view directory, std::vector<std::string>* names) const = 0;

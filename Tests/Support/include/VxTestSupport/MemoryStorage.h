@@ -26,6 +26,7 @@ enum class FileOp
     Download,
     Upload,
     Delete,
+    Move,
     List
 };
 
@@ -38,8 +39,8 @@ public:
 
     /// Makes the `nth` call (1: the next) of `op` on `name` from now on fail with `status`, once. Several can be aimed;
     /// each counts the calls that reach it on its own, and the first aimed wins where two fall on one call. A failing
-    /// Exists answers false; a failing Download has written the first half of the file, as a disk that breaks down
-    /// would. Also marks, as Mark() does.
+    /// Exists answers true unless the status says that there is no such file; a failing Download has written the first
+    /// half of the file, as a disk that breaks down would. Also marks, as Mark() does.
     void FailNext(FileOp op, std::string_view name, int nth, Nucleo::Status status);
 
     /// Calls `hook` before the `nth` call of `op` on `name` from now on is looked at, once, on the calling thread and
@@ -49,7 +50,8 @@ public:
     /// Drops the faults and hooks that have not fired.
     void ClearFaults();
 
-    /// Calls of an operation on this file since construction, failed ones included. List is always on the name "".
+    /// Calls of an operation on this file since construction, failed ones included. List is always on the name "", Move
+    /// on that of the file that moves.
     std::size_t Calls(FileOp op, std::string_view name) const;
 
     /// Uploads that succeeded.
@@ -74,6 +76,7 @@ public:
     Nucleo::Status Download(std::string_view path, Nucleo::Stream& stream) const override;
     Nucleo::Status Upload(std::string_view path, const std::uint8_t* data, std::uint64_t size) override;
     Nucleo::Status Delete(std::string_view path) override;
+    Nucleo::Status Move(std::string_view from, std::string_view to) override;
     Nucleo::Status List(std::string_view directory, std::vector<std::string>* names) const override;
 
 private:
