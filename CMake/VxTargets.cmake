@@ -51,8 +51,10 @@ set(VX_TEST_ENVIRONMENT
   "TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1")
 
 # vx_source_root(target folder): file tags in exceptions and logs are the source's path below `folder`.
+# Also where a compiler cache (ccache with base_dir) passes sources by paths relative to the build folder.
 function(vx_source_root target folder)
-  target_compile_options(${target} PRIVATE "-fmacro-prefix-map=${folder}/=")
+  file(RELATIVE_PATH relative "${CMAKE_BINARY_DIR}" "${folder}")
+  target_compile_options(${target} PRIVATE "-fmacro-prefix-map=${folder}/=" "-fmacro-prefix-map=${relative}/=")
 endfunction()
 
 # vx_add_platform_library(Name [LINKS public...] [PRIVATE_LINKS private...])
