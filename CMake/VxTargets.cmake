@@ -54,6 +54,7 @@ set(VX_TEST_ENVIRONMENT
 # Also where a compiler cache (ccache with base_dir) passes sources by paths relative to the build folder.
 function(vx_source_root target folder)
   file(RELATIVE_PATH relative "${CMAKE_BINARY_DIR}" "${folder}")
+  string(REGEX REPLACE "/$" "" relative "${relative}")
   target_compile_options(${target} PRIVATE "-fmacro-prefix-map=${folder}/=" "-fmacro-prefix-map=${relative}/=")
 endfunction()
 

@@ -98,12 +98,55 @@ TEST_P(DomainTest, ANamedHandlerLivesOnItsOwnNotifications)
     EXPECT_EQ(time_.Pending(), 0U);
     EXPECT_FALSE(manager_->HasUnsavedChanges(domain_));
     EXPECT_TRUE(manager_->ListRegistered()[1].changed.contains(domain_));
+
+    // The next automatic save tries it again, once. It holds up neither others nor the file.
+    Change(a_, "other");
+    log.Clear();
+    journal_.clear();
+    time_.Advance(1h);
+    EXPECT_EQ(log.Count("Save " + name_ + " for N failed (full)"), 2);  // In both logs.
+    EXPECT_THAT(journal_, ElementsAre("N: " + Call("Save"), "A: " + Call("Save"), Call("persisted")));
+    EXPECT_EQ(File(), (Map{{"/A", "other"}, {"/Laser/N", "first"}}));
+    n_.on.clear();
+    manager_->Shutdown();  // Nothing else has changed.
+    EXPECT_EQ(File(), (Map{{"/A", "other"}, {"/Laser/N", "second"}}));
+}
+
+TEST_P(DomainTest, AChangeThatANamedHandlerNotifiesFromItsOwnSaveIsWritten)
+{
+    for (const bool shutdown : {false, true}) {
+        n_.on[Call("Save")] = [&] {
+            n_.on.clear();
+            journal_.clear();
+            n_.values[domain_] = "second";
+            manager_->NotifyChange(n_, domain_);
+            n_.values[domain_] = "first";  // What this save writes.
+        };
+        Change(n_, "first");
+        n_.values[domain_] = "second";
+        shutdown ? manager_->Shutdown() : time_.Advance(250ms);
+        EXPECT_EQ(File().at("/Laser/N"), "second");
+        EXPECT_EQ(time_.Pending(), 0U);
+        journal_.clear();
+        shutdown ? manager_->Shutdown() : time_.Advance(1h);
+        EXPECT_THAT(journal_, IsEmpty());
+    }
+    // One that does so in every save is saved each time after the delay.
+    n_.on[Call("Save")] = [&] { manager_->NotifyChange(n_, domain_); };
+    manager_->NotifyChange(n_, domain_);
+    const std::size_t writes = Writes();
+    time_.Advance(1s);
+    EXPECT_EQ(Writes() - writes, 4U);
 }
 
 TEST_P(DomainTest, ASaveThatFailsLeavesTheFileAndTheNextChangeIsSaved)
 {
     Init();
     EXPECT_THAT(journal_, ElementsAre("A: " + Call("Init")));
+    Journal failures;
+    const auto listener = manager_->AutoSaveFailedEvent().Subscribe([&](PersistDomain domain, const auto& failure) {
+        failures.push_back(PersistDomain_Name(domain) + " " + std::to_string(Vx::StatusOf(failure)));
+    });
     a_.on[Call("Save")] = Fails(-990, "busy");
     EXPECT_EQ(MessageThrown([&] { Save(); }), "-990 " + Call("Save") + " for A failed -- 1 total failures.");
     Change(a_, "1");
@@ -114,9 +157,17 @@ TEST_P(DomainTest, ASaveThatFailsLeavesTheFileAndTheNextChangeIsSaved)
     time_.Advance(250ms);
     EXPECT_EQ(File(), (Map{{"/A", "factory"}}));
     EXPECT_THAT(journal_, testing::Not(testing::Contains(Call("persisted"))));
+    a_.on[Call("Save")] = [] { throw 7; };
+    Change(a_, "2");
+    time_.Advance(250ms);
+    EXPECT_THAT(failures, ElementsAre(name_ + " -990", name_ + " -992", name_ + " -1000"));
+    a_.on.clear();
+    // A listener that fails after the file was written is no failed save.
+    const auto failing = manager_->DomainPersistedEvent().Subscribe([](auto) { throw std::runtime_error("late"); });
     Change(a_, "3");
     time_.Advance(250ms);
     EXPECT_EQ(File(), (Map{{"/A", "3"}}));
+    EXPECT_EQ(failures.size(), 3U);
 }
 
 TEST_P(DomainTest, LoadFallsBackToDefaultsWhateverFails)
@@ -128,40 +179,52 @@ TEST_P(DomainTest, LoadFallsBackToDefaultsWhateverFails)
     const std::string handlerFailed = Call("Load") + " for A failed -- 1 total failures.";
     const Bytes good = Image({{"/A", "stored"}});
     const Bytes cut(good.begin(), good.begin() + 512);
-    const auto cannot = [&](const std::string& what) { return "cannot be " + what + ": " + ioText + "."; };
+    const std::string fallback = "W Attempting to fallback to re-initailize " + text + (global_ ? "..." : " ...");
+    const std::string fellBack = "W Fallback to re-initialize " + text + " succeeded.";
+    const std::string notCopied = "W File '" + file + "' could not be copied for diagnosis (";
+    const std::string notKept = "E File '" + file + "' could not be saved for diagnosis (";
+    const auto cannot = [&](const std::string& what, const std::string& of) {
+        return "File '" + of + "' cannot be " + what + ": " + ioText + ".";
+    };
     struct Case
     {
         Bytes stored;
-        std::string reason;  // Empty: it loads.
+        std::string reason;
         std::function<void()> arrange = [] {};
-        std::string withoutCopy = {};  // Why no copy is kept, if so.
+        Journal lines = {};  // Between the failure and the fallback.
         std::string thrown = "nothing";
+        bool kept = true;
     };
     const Case cases[] = {
-        {good, ""},
         {{}, handlerFailed},
         {cut, std::string(Nucleo::StatusText(Nucleo::ERROR_END)) + " (ERROR_END, -989)"},
         {good, handlerFailed, [&] { a_.on[Call("Load")] = Fails(-990, "100%s"); }},
-        {good, "File '" + file + "' " + cannot("read"),
-         [&] { files_.FailNext(FileOp::Download, file, 1, Nucleo::ERROR_IO); }},
-        {{},
-         handlerFailed,
+        {cut,
+         std::string(Nucleo::StatusText(Nucleo::ERROR_END)) + " (ERROR_END, -989)",
          [&] { files_.FailNext(FileOp::Upload, copy, 1, Nucleo::ERROR_IO); },
-         "File '" + copy + "' " + cannot("written")},
+         {notCopied + cannot("written", copy) + ")."}},
+        // A storage without a rename: what is damaged and cannot be copied gives way.
         {{},
          handlerFailed,
-         [&] { files_.BeforeNext(FileOp::Exists, file, 4, [&] { files_.Remove(file); }); },
-         "File '" + file + "' does not exist."},
+         [&] {
+             files_.FailNext(FileOp::Upload, copy, 1, Nucleo::ERROR_IO);
+             files_.FailNext(FileOp::Move, file, 1, Nucleo::ERROR_UNSUPPORTED);
+         },
+         {notCopied + cannot("written", copy) + ").",
+          notKept + "File '" + file +
+              "' cannot be kept for diagnosis: " + std::string(Nucleo::StatusText(Nucleo::ERROR_UNSUPPORTED)) + ".)."},
+         "nothing",
+         false},
         {{},
          handlerFailed,
          [&] { a_.on[Call("Init")] = Fails(-991, "no defaults"); },
-         "",
+         {},
          "-991 " + Call("Init") + " for A failed -- 1 total failures."},
         {{},
          handlerFailed,
          [&] { files_.FailNext(FileOp::Upload, file, 1, Nucleo::ERROR_IO); },
-         "",
-         "-993 File '" + file + "' " + cannot("written")},
+         {},
+         "-993 " + cannot("written", file)},
     };
     for (const auto& c : cases) {
         a_.on.clear();
@@ -172,21 +235,16 @@ TEST_P(DomainTest, LoadFallsBackToDefaultsWhateverFails)
         const VxTestSupport::ScopedLogCapture log;
         EXPECT_EQ(MessageThrown([&] { Load(); }), c.thrown);
         files_.ClearFaults();
-        if (c.reason.empty()) {
-            EXPECT_THAT(LogOf(log, managerTag), IsEmpty());
-            EXPECT_EQ(a_.values[domain_], "stored");
-            EXPECT_FALSE(files_.Get(copy));
-            continue;
-        }
+        EXPECT_EQ(files_.Get(copy).has_value(), c.kept);
+        EXPECT_EQ(files_.Get(copy).value_or(c.stored), c.stored);
+        const auto troubles = manager_->FileTroubles();
+        EXPECT_EQ(troubles.at(0).keptAs, c.kept ? copy : "");
+        EXPECT_FALSE(troubles.at(0).unread || troubles.at(0).held);
         Journal lines{"E Load " + text + " failed (" + c.reason + ")."};
-        if (c.withoutCopy.empty()) {
-            EXPECT_EQ(files_.Get(copy), c.stored);
-        } else {
-            lines.push_back("E File '" + file + "' could not be saved for diagnosis (" + c.withoutCopy + ").");
-        }
-        lines.push_back("W Attempting to fallback to re-initailize " + text + (global_ ? "..." : " ..."));
+        lines.insert(lines.end(), c.lines.begin(), c.lines.end());
+        lines.push_back(fallback);
         if (c.thrown == "nothing") {
-            lines.push_back("W Fallback to re-initialize " + text + " succeeded.");
+            lines.push_back(fellBack);
             EXPECT_EQ(File(), (Map{{"/A", "factory"}}));
             EXPECT_EQ(a_.values[domain_], "factory");
         }
@@ -195,6 +253,111 @@ TEST_P(DomainTest, LoadFallsBackToDefaultsWhateverFails)
         EXPECT_EQ(found, lines);
         EXPECT_THAT(journal_, testing::Not(testing::Contains(Call("persisted"))));
     }
+}
+
+TEST_P(DomainTest, AFileThatCannotBeReadIsTriedAgainThenSetAsideOrHeld)
+{
+    const Bytes good = Image({{"/A", "stored"}});
+    const std::string copy = file_ + ".d01";
+    const auto failReads = [&](FileOp op, int count, Nucleo::Status status) {
+        for (int nth = 1; nth <= count; ++nth) {
+            files_.FailNext(op, file_, nth, status);
+        }
+    };
+    const auto begin = [&] {
+        RemoveFiles();
+        Start();
+        files_.Put(file_, good);
+        files_.Mark();
+    };
+    // A failure that passes leaves no trace but in the log.
+    for (const FileOp op : {FileOp::Download, FileOp::Size}) {
+        begin();
+        const auto before = time_.Now();
+        failReads(op, 3, Nucleo::ERROR_IO);
+        Load();
+        EXPECT_EQ(a_.values[domain_], "stored");
+        EXPECT_EQ(time_.Now() - before, 750ms);
+        EXPECT_TRUE(files_.Unchanged());
+        EXPECT_THAT(manager_->FileTroubles(), IsEmpty());
+    }
+    // One that stays: the file is moved, which needs neither room nor reading. Access is denied for good at once.
+    for (const auto& [status, attempts] : {std::pair{Nucleo::ERROR_TOO_MANY_FILES, 4}, {Nucleo::ERROR_ACCESS, 1}}) {
+        begin();
+        failReads(FileOp::Download, 4, status);
+        const std::size_t reads = files_.Calls(FileOp::Download, file_);
+        Load();
+        EXPECT_EQ(files_.Calls(FileOp::Download, file_) - reads, static_cast<std::size_t>(attempts));
+        EXPECT_EQ(files_.Get(copy), good);
+        EXPECT_EQ(File(), (Map{{"/A", "factory"}}));
+        const auto trouble = manager_->FileTroubles().at(0);
+        EXPECT_EQ(trouble.file + " " + trouble.keptAs, file_ + " " + copy);
+        EXPECT_TRUE(trouble.unread && !trouble.held);
+        EXPECT_THAT(trouble.reason, testing::HasSubstr(Nucleo::StatusText(status)));
+    }
+    // One that cannot be moved either stays, whatever is saved, until it can.
+    for (const Nucleo::Status status : {Nucleo::ERROR_IO, Nucleo::ERROR_UNSUPPORTED}) {
+        begin();
+        failReads(FileOp::Download, 100, Nucleo::ERROR_IO);
+        failReads(FileOp::Move, 100, status);
+        Load();
+        EXPECT_EQ(a_.values[domain_], "factory");
+        EXPECT_TRUE(manager_->FileTroubles().at(0).held);
+        Change(a_, "changed");
+        time_.Advance(250ms);
+        EXPECT_TRUE(manager_->HasUnsavedChanges(domain_));
+        EXPECT_THROW(Save(), Vx::Exception);
+        EXPECT_THROW(Init(), Vx::Exception);
+        EXPECT_THROW(manager_->Shutdown(), Vx::Exception);
+        EXPECT_FALSE(manager_->RetryFiles());
+        EXPECT_TRUE(files_.Unchanged());
+        files_.ClearFaults();
+        const VxTestSupport::ScopedLogCapture log;
+        Change(a_, "last");
+        EXPECT_TRUE(manager_->RetryFiles());
+        EXPECT_THAT(LogOf(log), testing::Contains(testing::StartsWith("!Start: W The file " + file_)));
+        EXPECT_EQ(files_.Get(copy), good);
+        time_.Advance(250ms);
+        EXPECT_EQ(File(), (Map{{"/A", "last"}}));
+        EXPECT_FALSE(manager_->FileTroubles().at(0).held);
+        EXPECT_TRUE(manager_->RetryFiles());
+    }
+    // Somebody takes the file away.
+    begin();
+    failReads(FileOp::Download, 4, Nucleo::ERROR_IO);
+    failReads(FileOp::Move, 1, Nucleo::ERROR_READ_ONLY);
+    Load();
+    files_.Remove(file_);
+    Save();
+    EXPECT_THAT(manager_->FileTroubles(), IsEmpty());
+}
+
+TEST_P(DomainTest, ItemsThatNoImageCanKeepAreLeftOutAndToldOfOnce)
+{
+    IPersistStore& store =
+        global_ ? manager_->GetGlobalInstance().GetStore() : manager_->GetWorkspaceInstance().GetStore();
+    const std::string longPath = "/" + std::string(512, 'k');
+    const std::string nulPath("/a\0b", 4);
+    for (const std::string& path : {std::string("/a/"), longPath, nulPath}) {
+        store.Write(path, nullptr, 0);
+    }
+    VxTestSupport::ScopedLogCapture log;
+    const auto told = [&] {
+        Save();
+        Journal lines = log.Texts("Save domain");
+        log.Clear();
+        return lines;
+    };
+    const std::string after = "' of " + name_ + " is not saved: no image can keep its path.";
+    EXPECT_THAT(told(), ElementsAre("E The item '/a\\x00b" + after, "E The item '/a/" + after,
+                                    testing::StartsWith("E The item '/kkk")));
+    EXPECT_EQ(File(), (Map{{"/A", ""}}));
+    EXPECT_THAT(manager_->UnkeptItems(domain_), ElementsAre(nulPath, "/a/", longPath));
+    EXPECT_THAT(told(), IsEmpty());
+    store.Delete("/a/");
+    EXPECT_THAT(told(), IsEmpty());
+    store.Write("/a/", nullptr, 0);
+    EXPECT_THAT(told(), ElementsAre("E The item '/a/" + after));
 }
 
 TEST_P(DomainTest, LoadWithoutAFileInitialisesAndLoadOfGivenDataHasNoFallback)
@@ -215,16 +378,6 @@ TEST_P(DomainTest, LoadWithoutAFileInitialisesAndLoadOfGivenDataHasNoFallback)
     a_.on[Call("Load")] = Fails(-990, "no");
     EXPECT_EQ(Thrown([&] { Load(&given); }), "-990 PersistController::LoadDomain");
     EXPECT_THAT(log.Texts(managerTag), IsEmpty());
-}
-
-TEST_P(DomainTest, NoDamageToTheFileBlocksTheStart)
-{
-    const Bytes good = Image({{"/A", "stored"}, {"/Laser/N", "named"}});
-    ForEachDamage(good, 0xff, [&](const Bytes& bytes, const std::string& what) {
-        files_.Put(file_, bytes);
-        ASSERT_EQ(MessageThrown([&] { Load(); }), "nothing") << what;
-        ASSERT_TRUE(files_.Get(file_)) << what;
-    });
 }
 
 class ManagerTest : public TimedManagerFixture
@@ -255,6 +408,13 @@ TEST_F(ManagerTest, ShutdownWritesWhatIsPendingAndNothingElse)
     EXPECT_EQ(files_.Writes("Workspace.vpws"), 2U);
     EXPECT_EQ(files_.Writes("Global.tar"), 1U);
     EXPECT_EQ(Items(manager_->CurrentWorkspace()), (Map{{"/A", ""}}));
+
+    // The first failure, of whatever type, comes after the other domain's save.
+    change();
+    a_.on["Save GLOBAL"] = [] { throw 7; };
+    EXPECT_THROW(manager_->Shutdown(), int);
+    EXPECT_EQ(files_.Writes("Workspace.vpws"), 3U);
+    a_.on.clear();
 }
 
 TEST_F(ManagerTest, DestructionWritesWhatIsPendingAndSwallowsItsFailure)
@@ -310,10 +470,6 @@ TEST_F(ManagerTest, InitReadsOrCreatesTheRecordAndMayBeTriedAgain)
         EXPECT_EQ(Thrown([&] { manager_->Init(); }), c.thrown) << c.text;
         EXPECT_EQ(manager_->DefaultJob(), c.defaultJob);
     }
-    ForEachDamage(good, 0x15, [&](const Bytes& bytes, const std::string&) {
-        files_.Put(recordFile, bytes);
-        PlaceThrown([&] { manager_->Init(); });  // Any other exception ends the test.
-    });
     files_.Put(recordFile, good);
     files_.FailNext(FileOp::Download, recordFile, 1, Nucleo::ERROR_IO);
     EXPECT_EQ(Thrown([&] { manager_->Init(); }), "-993 NodeStorage::ReadFile");
@@ -321,13 +477,56 @@ TEST_F(ManagerTest, InitReadsOrCreatesTheRecordAndMayBeTriedAgain)
     EXPECT_EQ(manager_->DefaultJob(), name);
     manager_->NotifyChange(a_, PersistDomain::GLOBAL);
     EXPECT_THAT(journal_, ElementsAre("changed GLOBAL"));  // Once, after all these calls.
+}
 
-    files_.Remove(recordFile);
-    files_.FailNext(FileOp::Upload, recordFile, 1, Nucleo::ERROR_DISK_FULL);
-    Restart();
-    EXPECT_THROW(manager_->Init(), Vx::Exception);
-    manager_->Init();
-    EXPECT_TRUE(files_.Get(recordFile));
+TEST_F(ManagerTest, AStartWithoutARecordIsPossibleAndTheRecordFollowsLater)
+{
+    // Missing, and without room: written with a later save, or when asked.
+    const std::function<void()> later[] = {[&] { manager_->SaveGlobal(); }, [&] { manager_->SaveJob("a"); },
+                                           [&] { EXPECT_TRUE(manager_->RetryFiles()); }};
+    for (const auto& act : later) {
+        RemoveFiles();
+        files_.FailNext(FileOp::Upload, recordFile, 1, Nucleo::ERROR_DISK_FULL);
+        files_.FailNext(FileOp::Upload, recordFile, 2, Nucleo::ERROR_DISK_FULL);
+        Start();
+        EXPECT_EQ(manager_->DefaultJob(), "");
+        EXPECT_FALSE(manager_->RetryFiles());
+        EXPECT_TRUE(manager_->IsRecordUnwritten());
+        act();
+        EXPECT_TRUE(files_.Get(recordFile));
+        EXPECT_FALSE(manager_->IsRecordUnwritten());
+    }
+    // There, and not to be used: set aside, or held when that fails.
+    const std::string copy = std::string(recordFile) + ".d01";
+    const Vx::Exception failure(VX_HERE, Nucleo::ERROR_ACCESS);
+    for (const bool held : {false, true}) {
+        RemoveFiles();
+        files_.Put(recordFile, "junk");
+        files_.Put("a.vpjob", "");
+        Restart();
+        if (held) {
+            files_.FailNext(FileOp::Move, recordFile, 1, Nucleo::ERROR_READ_ONLY);
+            files_.FailNext(FileOp::Move, recordFile, 2, Nucleo::ERROR_READ_ONLY);
+            files_.FailNext(FileOp::Move, recordFile, 3, Nucleo::ERROR_READ_ONLY);
+        }
+        manager_->InitWithoutRecord(failure);
+        EXPECT_TRUE(manager_->FileTroubles().at(0).unread);
+        EXPECT_EQ(manager_->FileTroubles().at(0).held, held);
+        EXPECT_EQ(Text(copy), held ? "(missing)" : "junk");
+        manager_->NotifyChange(a_, PersistDomain::GLOBAL);
+        time_.Advance(250ms);
+        EXPECT_TRUE(files_.Get("Global.tar"));  // It is followed.
+        if (held) {
+            EXPECT_EQ(Thrown([&] { manager_->SetDefaultJob("a"); }), "-991 NodeStorage::MoveForDiagnosis");
+            EXPECT_EQ(Text(recordFile), "junk");
+            EXPECT_TRUE(manager_->RetryFiles());
+            EXPECT_EQ(Text(copy), "junk");
+        }
+        manager_->SetDefaultJob("a");
+        Start();
+        EXPECT_EQ(manager_->DefaultJob(), "a");
+        EXPECT_THAT(manager_->FileTroubles(), IsEmpty());
+    }
 }
 
 TEST_F(ManagerTest, ViewsStayValidThroughEveryLoad)
@@ -350,12 +549,43 @@ TEST_F(ManagerTest, ViewsStayValidThroughEveryLoad)
     EXPECT_EQ(&manager_->GetScopedStore("Late"), &views);
     manager_->UnregisterHandler(&n_);  // An unknown handle is ignored.
     EXPECT_EQ(manager_->ListRegistered().size(), 3U);
+    views.name = "kept";  // An entry is made once.
+    manager_->UnregisterHandler(manager_->RegisterHandler(n_, "Late"));
+    EXPECT_EQ(views.name, "kept");
     const VxTestSupport::ScopedLogCapture log;
     journal_.clear();
     manager_->NotifyChange(a_, static_cast<PersistDomain>(7));
     manager_->NotifyLoad(a_, static_cast<PersistDomain>(7));
     EXPECT_THAT(journal_, ElementsAre("changed UNKNOWN"));
     EXPECT_THAT(LogOf(log), IsEmpty());
+}
+
+TEST_F(ManagerTest, ALoadIsForTheHandlerThatAsksAndFromItsOwnView)
+{
+    Start();
+    FakeHandler namesake("M", journal_);
+    FakeHandler unnamed("B", journal_);
+    FakeHandler unknown("U", journal_);
+    manager_->RegisterHandler(namesake, "Laser");
+    manager_->RegisterHandler(unnamed, "");
+    const Bytes image = Image({{"/A", "whole"}, {"/B", ""}, {"/Laser/N", "view"}});
+    for (const PersistDomain domain : {PersistDomain::GLOBAL, PersistDomain::WORKSPACE, PersistDomain::JOB}) {
+        manager_->LoadGlobal(&image);
+        manager_->LoadWorkspace(&image);
+        manager_->LoadLiveJob(image);
+        const std::string name = PersistDomain_Name(domain);
+        a_.values[domain].clear();
+        journal_.clear();
+        manager_->NotifyLoad(a_, domain);
+        manager_->NotifyLoad(n_, domain);
+        manager_->NotifyLoad(unknown, domain);
+        EXPECT_THAT(journal_, ElementsAre("A: Load " + name, "N: Load " + name));
+        EXPECT_EQ(a_.values[domain] + n_.values[domain], "wholeview");
+        journal_.clear();
+        manager_->NotifyChange(n_, domain);  // Its namesake has not changed.
+        EXPECT_THAT(journal_, testing::Not(testing::Contains("M: Save " + name)));
+    }
+    manager_.reset();  // Before the handlers.
 }
 
 TEST_F(ManagerTest, FilesOfTheHostAndImagesUnderOtherNames)

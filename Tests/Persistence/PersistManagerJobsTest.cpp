@@ -122,6 +122,13 @@ TEST_F(JobsTest, FilesFollowTheOperations)
     EXPECT_EQ(manager_->JobSize("n"), live.size());
     EXPECT_EQ(manager_->JobData("copy"), JobImage("b"));
     EXPECT_EQ(manager_->JobData("d"), JobImage("c"));
+    n_.on["Save JOB"] = [&] {
+        n_.on.clear();
+        manager_->NotifyChange(n_, JOB);  // What changes inside a save is in the next image.
+    };
+    manager_->NotifyChange(n_, JOB);
+    n_.values[JOB] = "late";
+    EXPECT_EQ(Items(manager_->LiveJob()).at("/Laser/N"), "late");
     for (const char* file : {".vpjob", "b.txt", "x.y.vpjob"}) {
         files_.Put(file, "");
     }
@@ -340,6 +347,45 @@ TEST_F(JobsTest, WithoutAPreviousJobAFailingLoadFallsBackToTheFactoryJob)
             EXPECT_TRUE(factoryFails || a_.values[JOB] == "factory");
         }
     }
+    // When nothing is loaded in the end, the state is what it was: even if a listener refused what had been loaded, and
+    // although the loaded job was modified.
+    for (const Bytes& image : {JobImage("t"), Image({})}) {
+        StartWithJobs();
+        manager_->NotifyChange(a_, JOB);
+        files_.Put("t.vpjob", image);
+        files_.Remove("a.vpjob");
+        a_.on["Init JOB"] = Fails(-995, "factory");
+        const auto listener = manager_->JobChangedEvent().Subscribe([](auto, auto&) { throw std::bad_alloc(); });
+        EXPECT_THROW(manager_->LoadJob("t"), Vx::Exception);
+        EXPECT_EQ(State(), image.size() > 1024 ? "a|a" : "a*|a");
+    }
+}
+
+TEST_F(JobsTest, AJobOfWhichNothingCanBeKeptIsRefused)
+{
+    FakeHandler unkept("B/", journal_);  // Writes the item "/B/".
+    manager_->RegisterHandler(unkept, "");
+    manager_->SaveJob("n");
+    EXPECT_EQ(Items(manager_->JobData("n")), (Map{{"/A", "a"}}));
+    EXPECT_THAT(manager_->UnkeptItems(JOB), ElementsAre("/B/"));
+    PersistManager other(system_, updatable_);
+    other.SaveJob("empty");
+    other.RegisterHandler(unkept, "");
+    EXPECT_EQ(Thrown([&] { other.SaveJob("m"); }), "-984 PersistManager::TakeJobImage");
+    EXPECT_FALSE(manager_->JobExists("m"));
+}
+
+TEST_F(JobsTest, ADefaultJobThatCannotBeReadIsTriedAgainAndStaysInItsPlace)
+{
+    for (const int failures : {3, 4}) {
+        StartWithJobs();
+        for (int nth = 1; nth <= failures; ++nth) {
+            files_.FailNext(FileOp::Download, "a.vpjob", nth, Nucleo::ERROR_TOO_MANY_FILES);
+        }
+        EXPECT_EQ(PlaceThrown([&] { manager_->LoadDefaultJob(); }) == "nothing", failures == 3);
+        EXPECT_EQ(State(), failures == 3 ? "a|a" : "|a");
+        EXPECT_TRUE(files_.Unchanged());
+    }
 }
 
 TEST_F(JobsTest, NoDamageToAJobFileLeavesTheHandlersHalfLoaded)
@@ -386,6 +432,8 @@ TEST_F(JobsTest, DefaultAndFactoryJobs)
 TEST_F(JobsTest, LiveJobsComeAndGoWithoutAFile)
 {
     const Bytes live = Image({{"/A", "live"}, {"/Laser/N", "named"}});
+    EXPECT_THROW(manager_->LoadLiveJob(Image({})), Vx::Exception);
+    EXPECT_EQ(State(), "a|a");
     VxTestSupport::ScopedLogCapture log;
     manager_->LoadLiveJob(live);
     EXPECT_EQ(LogOf(log, managerTag), Journal({"I Loading live job ...", "I Loaded live job succeeded."}));

@@ -25,8 +25,8 @@ public:
     /// Says that the handler's state of `domain` has changed and needs saving.
     virtual void NotifyChange(IPersistHandler& handler, PersistDomain domain) = 0;
 
-    /// Asks for the handler to be loaded again from `domain`. For handlers with a name: only those have a view of their
-    /// own that they can be loaded from alone.
+    /// Asks for the handler to be loaded again from `domain`: from its own view, or without a name from the domain's
+    /// whole store. A handler that is not registered is not loaded.
     virtual void NotifyLoad(IPersistHandler& handler, PersistDomain domain) = 0;
 };
 

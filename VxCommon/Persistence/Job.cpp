@@ -10,7 +10,7 @@ const char* const Job::JOB_FILE_EXT = "vpjob";
 
 void Job::Load(const unsigned char* data, unsigned long long size)
 {
-    LoadImage(data, size);
+    Record::Load(data, size);
     if (GetStore().List("", false).empty()) {
         VX_THROW(ERROR_CONTENT, "Job contains no recognizable data.");
     }

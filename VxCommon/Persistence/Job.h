@@ -15,7 +15,7 @@ public:
     /// The extension of job files, without the ".".
     static const char* const JOB_FILE_EXT;
 
-    /// As Global::Load, but a job holds something: an image without any entry throws Vx::Exception with ERROR_CONTENT,
+    /// As Record::Load, but a job holds something: an image without any entry throws Vx::Exception with ERROR_CONTENT,
     /// and leaves the record empty.
     void Load(const unsigned char* data, unsigned long long size);
 };

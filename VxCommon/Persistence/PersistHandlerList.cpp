@@ -61,6 +61,23 @@ PersistHandlerList::Handler* PersistHandlerList::Find(const IPersistHandler& han
     return found != records_.end() ? found->get() : nullptr;
 }
 
+bool PersistHandlerList::IsRegistered(const IPersistHandler& handler) const
+{
+    return std::any_of(records_.begin(), records_.end(),
+                       [&handler](const auto& record) { return record->handler == &handler; });
+}
+
+std::set<std::string> PersistHandlerList::ChangedNames(PersistDomain domain) const
+{
+    std::set<std::string> names;
+    for (const auto& record : records_) {
+        if (!record->name.empty() && IsDomainChanged(*record, domain)) {
+            names.insert(record->name);
+        }
+    }
+    return names;
+}
+
 bool PersistHandlerList::IsChanged(PersistDomain domain) const
 {
     return std::any_of(records_.begin(), records_.end(),

@@ -48,6 +48,13 @@ public:
     bool IsChanged(PersistDomain domain) const;
     bool IsLoad(PersistDomain domain) const;
 
+    /// Whether `handler` has a registration.
+    bool IsRegistered(const IPersistHandler& handler) const;
+
+    /// The registration names with a handler that has a change of `domain` pending, each once, in byte order; without
+    /// the empty name.
+    std::set<std::string> ChangedNames(PersistDomain domain) const;
+
     static void SetDomainChanged(Handler& record, PersistDomain domain, bool changed);
     static void SetDomainLoad(Handler& record, PersistDomain domain, bool load);
     static void ClearDomainChanged(Handler& record) { record.changed.clear(); }

@@ -6,6 +6,7 @@
 #include <VxApi/Exception.h>
 #include <VxApi/Locker.h>
 #include <VxApi/Logging.h>
+#include <VxApi/TimeService.h>
 #include <VxCommon/Persistence/PersistManager.h>
 #include <VxCommon/Persistence/PersistUtils.h>
 
@@ -171,8 +172,7 @@ void PersistManager::SaveJob(const std::string& name)
 {
     const Vx::Locker locker(lock_);
     RequireName(VX_HERE, name);
-    controller_.SaveDomain(PersistDomain::JOB, job_.GetStore(), "", true);
-    const std::vector<unsigned char> image = job_.Save();
+    const Bytes image = TakeJobImage();
     const bool existed = storage_.FileExists(JobFile(name));
     WriteFile(JobFile(name), image);
     jobChangedEvent_.Raise(existed ? JobChange::JobUpdated : JobChange::JobCreated, name);
@@ -180,6 +180,7 @@ void PersistManager::SaveJob(const std::string& name)
     jobModified_ = false;
     jobChangedEvent_.Raise(JobChange::LoadedJobStateChanged, name);
     domainPersistedEvent_.Raise(PersistDomain::JOB);
+    RetryRecord();
 }
 
 void PersistManager::SetDefaultJob(const std::string& name)
@@ -218,24 +219,41 @@ bool PersistManager::IsJobModified() const
 std::vector<unsigned char> PersistManager::LiveJob()
 {
     const Vx::Locker locker(lock_);
+    return TakeJobImage();
+}
+
+PersistManager::Bytes PersistManager::TakeJobImage()
+{
+    SavePendingNames(PersistDomain::JOB);
     controller_.SaveDomain(PersistDomain::JOB, job_.GetStore(), "", true);
-    return job_.Save();
+    const std::size_t unkept = UnkeptItems(PersistDomain::JOB).size();
+    Bytes image = TakeImage(PersistDomain::JOB);
+    if (unkept != 0 && unkept == job_.GetStore().List("", true).size()) {
+        VX_THROW(ERROR_CONTENT, "The job has no item that can be kept: none of its %llu paths fits into an image.",
+                 unkept);
+    }
+    return image;
 }
 
 void PersistManager::LoadJob(const std::string& name)
 {
     const Vx::Locker locker(lock_);
-    const std::string previous = loadedJob_;
     if (name.empty()) {
         VX_THROW(ERROR_PARAMETER, "Attempt to load job failed: `jobName` argument is empty.");
     }
     if (!storage_.FileExists(JobFile(name))) {
         VX_THROW(ERROR_NOT_FOUND, "Attempt to load job failed: Job does not exist.");
     }
+    LoadJob(name, [this, &name] { return storage_.ReadFile(JobFile(name)); });
+}
+
+void PersistManager::LoadJob(const std::string& name, const std::function<Bytes()>& read)
+{
+    const std::string previous = loadedJob_;
     Vx_Debug_Log(Info, "Load job '%s'...", name);
     Status status = OK;
     try {
-        LoadJobFile(name);
+        LoadJobImage(read());
         loadedJob_ = name;
         Vx_Debug_Log(Info, "Load job '%s' succeeded.", name);
         jobChangedEvent_.Raise(JobChange::JobLoaded, name);
@@ -253,10 +271,9 @@ void PersistManager::LoadJob(const std::string& name)
     VX_THROW(status, "Failed to load job '%s'. (%d)", name, status);
 }
 
-void PersistManager::LoadJobFile(const std::string& name)
+void PersistManager::LoadJobImage(const Bytes& image)
 {
-    const std::vector<unsigned char> data = storage_.ReadFile(JobFile(name));
-    job_.Load(data.data(), data.size());
+    job_.Load(image.data(), image.size());
     jobModified_ = false;
     controller_.LoadDomain(PersistDomain::JOB, job_.GetStore(), "", true);
 }
@@ -265,7 +282,7 @@ bool PersistManager::FallBackToPreviousJob(const std::string& previous)
 {
     Vx_Debug_Log(Warning, "Falling back to previous job '%s'...", previous);
     try {
-        LoadJobFile(previous);
+        LoadJobImage(storage_.ReadFile(JobFile(previous)));
         loadedJob_ = previous;
         Vx_Debug_Log(Warning, "Fallback to job '%s' succeeded.", previous);
         jobChangedEvent_.Raise(JobChange::JobLoaded, previous);
@@ -290,17 +307,29 @@ void PersistManager::FallBackToFactoryJob()
 
 void PersistManager::LoadDefaultJob()
 {
-    const Vx::Locker locker(lock_);
-    LoadJobFromFactory();
-    if (defaultJob_.empty()) {
-        Vx_Debug_Log(Info, "No default job specified, using factory job.");
-        return;
+    for (int attempt = 1;; ++attempt) {
+        {
+            const Vx::Locker locker(lock_);
+            if (attempt == 1) {
+                LoadJobFromFactory();
+            }
+            if (defaultJob_.empty()) {
+                Vx_Debug_Log(Info, "No default job specified, using factory job.");
+                return;
+            }
+            const std::string name = defaultJob_;  // A copy: a listener may choose another default meanwhile.
+            const Reading reading = Read(JobFile(name));
+            if (!reading.image && !reading.failure) {
+                Vx_Debug_Log(Info, "Default job '%s' not found, using factory job.", name);
+                return;
+            }
+            if (!reading.mayPass || attempt == ReadAttempts) {
+                LoadJob(name, [&reading] { return reading.Image(); });
+                return;
+            }
+        }
+        Vx::TimeService::Current().Sleep(ReadPause);
     }
-    if (!storage_.FileExists(JobFile(defaultJob_))) {
-        Vx_Debug_Log(Info, "Default job '%s' not found, using factory job.", defaultJob_);
-        return;
-    }
-    LoadJob(std::string(defaultJob_));  // A copy: a listener may choose another default meanwhile.
 }
 
 void PersistManager::LoadJobFromFactory()

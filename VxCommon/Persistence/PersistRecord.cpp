@@ -9,7 +9,14 @@ std::vector<unsigned char> Record::Save() const
     return PersistUtils::ArchiveStore(store_);
 }
 
-void Record::LoadImage(const unsigned char* data, unsigned long long size)
+std::vector<std::string> Record::UnkeptPaths() const
+{
+    std::vector<std::string> paths = store_.List("", true);
+    std::erase_if(paths, &PersistUtils::IsPathKept);
+    return paths;
+}
+
+void Record::Load(const unsigned char* data, unsigned long long size)
 {
     store_ = PersistUtils::DearchiveStore(data, size);
 }

@@ -21,14 +21,18 @@ public:
     /// The image of the whole store, see PersistUtils::ArchiveStore.
     std::vector<unsigned char> Save() const;
 
+    /// The paths that Save leaves out because no image can keep them, in byte order.
+    std::vector<std::string> UnkeptPaths() const;
+
+    /// Replaces the content by that of an image of `size` bytes. An empty or damaged image gives an empty or partial
+    /// content; only one that is cut inside an entry throws, and then the content stays.
+    void Load(const unsigned char* data, unsigned long long size);
+
 protected:
     Record() = default;
     ~Record() = default;
     Record(const Record&) = default;
     Record& operator=(const Record&) = default;
-
-    /// Replaces the content by that of an image of `size` bytes. When the image cannot be read the content stays.
-    void LoadImage(const unsigned char* data, unsigned long long size);
 
 private:
     PersistStore store_;

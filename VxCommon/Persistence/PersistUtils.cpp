@@ -1,3 +1,5 @@
+#include <functional>
+
 #include <Nucleo/Stream.h>
 #include <TesselLib/Zstd.h>
 #include <VxApi/Exception.h>
@@ -11,12 +13,19 @@ namespace
 {
 
 constexpr int compressionLevel = 10;
-constexpr std::size_t nameCapacity = 512;  // With the NUL at the end.
+constexpr std::size_t nameCapacity = PersistUtils::MaxPathLength + 1;  // With the NUL at the end.
 constexpr std::size_t decompressBlock = 4096;
 
 constexpr std::uint64_t tarBlock = 512;
 
 using StreamHandle = Nucleo::Handle<Nucleo::MemoryStream>;
+
+std::vector<std::string> KeptKeys(const PersistStore& store)
+{
+    std::vector<std::string> keys = store.List("", false);
+    std::erase_if(keys, std::not_fn(&PersistUtils::IsPathKept));
+    return keys;
+}
 
 // About what the image of these items will take; long names take some more.
 std::uint64_t ImageSize(const PersistStore& store, const std::vector<std::string>& keys)
@@ -30,13 +39,26 @@ std::uint64_t ImageSize(const PersistStore& store, const std::vector<std::string
 
 }  // namespace
 
+bool PersistUtils::IsPathKept(const std::string& path) noexcept
+{
+    const std::size_t length = path.size() - (path.starts_with('/') ? 1 : 0);
+    return length <= MaxPathLength && !path.ends_with('/') && path.find('\0') == std::string::npos;
+}
+
+std::string PersistUtils::PrintablePath(const std::string& path)
+{
+    char text[104];
+    Vx::Logging::EscapeText(path, text, sizeof text);
+    return text;
+}
+
 std::vector<unsigned char> PersistUtils::ArchiveStore(const PersistStore& store)
 {
     StreamHandle image;
     VX_CHECK(Nucleo::MemoryStream_Construct(image.Receive()));
     TesselLib::TarWriter tar;
     VX_CHECK(tar.Open(*image));
-    const std::vector<std::string> keys = store.List("", false);
+    const std::vector<std::string> keys = KeptKeys(store);
     VX_CHECK(image->Reserve(ImageSize(store, keys)));
     for (const std::string& key : keys) {
         AddToTar(tar, store.Contents(key), key);
@@ -51,7 +73,7 @@ std::vector<unsigned char> PersistUtils::ArchiveAndResetStore(PersistStore& stor
     VX_CHECK(Nucleo::MemoryStream_Construct(image.Receive()));
     TesselLib::TarWriter tar;
     VX_CHECK(tar.Open(*image));
-    const std::vector<std::string> keys = store.List("", false);
+    const std::vector<std::string> keys = KeptKeys(store);
     VX_CHECK(image->Reserve(ImageSize(store, keys)));
     for (const std::string& key : keys) {
         const std::vector<unsigned char> value = store.Read(key);
@@ -67,11 +89,7 @@ void PersistUtils::AddToTar(TesselLib::TarWriter& tar, const std::vector<unsigne
     StreamHandle content;
     VX_CHECK(Nucleo::MemoryStream_Construct(content.Receive()));
     VX_CHECK(content->Attach(data.data(), data.size()));
-    const Status status = tar.WriteFile(name, *content, data.size());
-    if (status != OK) {  // One item that cannot be archived keeps all others from being saved: say which.
-        Vx_Debug_Log(Error, "Store item '%s' cannot be archived (%s).", name, std::string(Nucleo::StatusText(status)));
-    }
-    VX_CHECK(status);
+    VX_CHECK(tar.WriteFile(name, *content, data.size()));
 }
 
 PersistStore PersistUtils::DearchiveStore(const unsigned char* data, unsigned long long size)

@@ -109,6 +109,11 @@ std::atomic<TimeService*> replacement{nullptr};
 
 }  // namespace
 
+void TimeService::Sleep(std::chrono::microseconds duration)
+{
+    std::this_thread::sleep_for(duration);
+}
+
 TimeService& TimeService::Current()
 {
     if (TimeService* replaced = replacement.load(std::memory_order_acquire)) {

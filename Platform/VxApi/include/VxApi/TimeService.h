@@ -31,6 +31,9 @@ public:
     /// inside that call.
     virtual void Wait(Ticket ticket) = 0;
 
+    /// Returns when this much time has passed; for short waits on a thread that holds no lock.
+    virtual void Sleep(std::chrono::microseconds duration);
+
     /// Whether the jobs of an AsyncRunner are scheduled here, one call a job, instead of running on a thread of the
     /// runner's own: so they run when whoever drives the time lets them.
     virtual bool RunsJobs() const { return false; }

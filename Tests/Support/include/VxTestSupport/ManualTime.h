@@ -32,6 +32,7 @@ public:
     Ticket Schedule(TimePoint deadline, std::function<void()> callback) override;
     void Cancel(Ticket ticket) override;
     void Wait(Ticket /*ticket*/) override {}  // Calls run inside Advance: none is running on another thread.
+    void Sleep(std::chrono::microseconds duration) override { Advance(duration); }
     bool RunsJobs() const override { return true; }
 
 private:
