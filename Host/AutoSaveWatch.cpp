@@ -106,6 +106,7 @@ struct AutoSaveWatch::State
         }
     }
 
+    // What began when `savesBefore` saves were done has failed.
     void OnFailure(PersistDomain domain, std::uint64_t savesBefore, const std::exception& exception) VX_EXCLUDES(mutex)
     {
         std::chrono::microseconds delay{};
@@ -115,7 +116,7 @@ struct AutoSaveWatch::State
             if (watched.saves != savesBefore) {
                 return;  // It was saved since: by another thread, or before what failed.
             }
-            delay = DelayAfter(++watched.failedSaves);
+            delay = DelayAfter(watched.failedSaves++);
             watched.waiting = true;
             if (!watched.timer) {
                 return;
@@ -126,6 +127,17 @@ struct AutoSaveWatch::State
                             "The %s domain cannot be saved (%s); trying again in %lld s.",
                             VxCommon::PersistDomain_Name(domain), exception.what(),
                             std::chrono::duration_cast<std::chrono::seconds>(delay).count());
+    }
+
+    // An automatic save of the manager has failed.
+    void OnAutoSaveFailed(PersistDomain domain, const std::exception& exception) VX_EXCLUDES(mutex)
+    {
+        std::uint64_t saves = 0;
+        {
+            const Nucleo::MutexGuard guard(mutex);
+            saves = Of(domain).saves;
+        }
+        OnFailure(domain, saves, exception);
     }
 
     bool IsWaiting(PersistDomain domain) VX_EXCLUDES(mutex)
@@ -161,6 +173,10 @@ AutoSaveWatch::AutoSaveWatch(PersistManager& manager) : state_(std::make_shared<
             state->OnPersisted(domain);
         }
     });
+    subscriptions_[2] = manager.AutoSaveFailedEvent().Subscribe(
+        [state = state_](PersistDomain domain, const std::exception& exception) {
+            state->OnAutoSaveFailed(domain, exception);
+        });
 }
 
 AutoSaveWatch::~AutoSaveWatch()

@@ -2,7 +2,8 @@
 // Sees to it that every change of the GLOBAL and the WORKSPACE domain gets to its file.
 //
 // The persist manager saves a domain 250 ms after its last change, and forgets a change once it began to save. So two
-// things need watching: changes that come too fast for a pause ever to happen, and saves that failed.
+// things need watching: changes that come too fast for a pause ever to happen, and saves that failed, which users are
+// told of at once.
 
 #include <array>
 #include <chrono>
@@ -54,7 +55,7 @@ private:
 
     // Shared with the listeners, which may still be running on another thread when the watch ends.
     const std::shared_ptr<State> state_;
-    std::array<Vx::Subscription, 2> subscriptions_;
+    std::array<Vx::Subscription, 3> subscriptions_;
 };
 
 }  // namespace VxHost

@@ -3,21 +3,25 @@
 
 #include <array>
 #include <cstdint>
-#include <optional>
+#include <set>
+#include <string>
 
 #include <Nucleo/Lock.h>
-#include <VxCommon/Persistence/IPersistStore.h>
-#include <VxCommon/Persistence/PersistDomain.h>
+#include <VxCommon/Persistence/PersistManager.h>
 
 namespace VxHost
 {
 
-/// Keeps one item of the whole store of a domain, {"program", "version", "items", "saves", "savedAt"}. Archives do not
-/// tell a damaged end from a true one: what was lost shows only in the number of items. Safe on any thread.
+/// Keeps one item of the whole store of a domain, {"program", "version", "items", "saves", "savedAt"} and, if there are
+/// any, "unread": the diagnosis copies that were set aside without being read. Archives do not tell a damaged end from
+/// a true one: what was lost shows only in the number of items. Safe on any thread.
 class DomainInfo
 {
 public:
     static constexpr const char* Item = "/Host/info.json";
+
+    /// `manager` must outlive the object.
+    explicit DomainInfo(const VxCommon::PersistManager& manager) : manager_(manager) {}
 
     /// Writes the item for a store that begins anew: no saves so far.
     void Begin(VxCommon::PersistDomain domain, VxCommon::IPersistStore& store);
@@ -30,18 +34,27 @@ public:
     /// family make jobs too; the domains, which only vxhost writes, are refused.
     void Load(VxCommon::PersistDomain domain, const VxCommon::IPersistStore& store);
 
+    /// What Load refuses, of a store that is not going to be loaded. Returns how often its content was saved.
+    static std::uint64_t Check(VxCommon::PersistDomain domain, const VxCommon::IPersistStore& store);
+
+    /// The copies that the loaded content names as unread. GLOBAL's are also those of the persist record.
+    std::set<std::string> Unread(VxCommon::PersistDomain domain) const;
+
+    /// Those that go on being named.
+    void SetUnread(VxCommon::PersistDomain domain, std::set<std::string> copies);
+
     /// How often the domain's present content has been saved.
     std::uint64_t Saves(VxCommon::PersistDomain domain) const;
 
-    /// Whether the domain's present content began anew, and was not loaded.
-    bool HasBegun(VxCommon::PersistDomain domain) const;
-
 private:
-    void Write(VxCommon::IPersistStore& store, std::uint64_t saves) const;
+    void Write(VxCommon::PersistDomain domain, VxCommon::IPersistStore& store, std::uint64_t saves) const;
+    std::set<std::string> AllUnread(VxCommon::PersistDomain domain) const;
+
+    const VxCommon::PersistManager& manager_;
 
     mutable Nucleo::Mutex mutex_;
     std::array<std::uint64_t, 3> saves_ VX_GUARDED_BY(mutex_){};
-    std::array<bool, 3> begun_ VX_GUARDED_BY(mutex_){};
+    std::array<std::set<std::string>, 3> unread_ VX_GUARDED_BY(mutex_);
 };
 
 }  // namespace VxHost

@@ -14,6 +14,7 @@
 #include "AppInfo.h"
 #include "AutoSaveWatch.h"
 #include "DomainHandler.h"
+#include "FileRetry.h"
 #include "HealthResources.h"
 #include "HostHealth.h"
 #include "HostResources.h"
@@ -64,9 +65,9 @@ struct Host::Parts
     explicit Parts(const HostOptions& options) : system(OpenSystem(options))
     {
         Start(ExitCode::Failure, [&] { RecordAppInfo(options.dataFolder); });
-        std::vector<std::string> damaged =
-            Start(ExitCode::Failure, [&] { return LoadState(manager, system, info, watch); });
-        checker.emplace(problems, options.storage, MakeProblemSources(options, manager, watch, std::move(damaged)));
+        StartReport report = Start(ExitCode::Failure, [&] { return LoadState(manager, info, watch); });
+        retry.emplace(manager, watch);
+        checker.emplace(problems, MakeProblemSources(options, manager, watch, std::move(report)));
         Start(ExitCode::Failure, [&] { health.emplace(system, options.nodes, options.dataFolder); });
         jobs.emplace(router, manager);
         logs.emplace().Register(router);
@@ -85,9 +86,10 @@ struct Host::Parts
     Setting acquisition{"acquisition", PersistDomain::JOB, &MakeSettingGroup<AcquisitionSettings>, manager};
     Setting network{"network", PersistDomain::GLOBAL, &MakeSettingGroup<NetworkSettings>, manager};
     Setting layout{"layout", PersistDomain::WORKSPACE, &MakeSettingGroup<LayoutSettings>, manager};
-    DomainInfo info;
+    DomainInfo info{manager};
     DomainHandler domains{{&acquisition, &network, &layout}, info, manager};
     AutoSaveWatch watch{manager};
+    std::optional<FileRetry> retry;
     VxCommon::ProblemsManager problems;
     std::optional<ProblemChecker> checker;
     std::optional<HostHealth> health;

@@ -7,16 +7,8 @@
 
 namespace VxHost
 {
-namespace
-{
-
-constexpr VcProblemSeverity potential = VcProblemSeverity_Potential;
-constexpr VcProblemSeverity blocking = VcProblemSeverity_Blocking;
-
-}  // namespace
-
-ProblemChecker::ProblemChecker(VxCommon::ProblemsManager& problems, StorageLimits limits, ProblemSources sources)
-    : problems_(problems), limits_(limits), sources_(std::move(sources))
+ProblemChecker::ProblemChecker(VxCommon::ProblemsManager& problems, std::vector<ProblemSource> sources)
+    : problems_(problems), sources_(std::move(sources))
 {
     try {
         Check();
@@ -65,26 +57,10 @@ void ProblemChecker::Check()
 
 void ProblemChecker::Report()
 {
-    // The texts hold nothing that changes from check to check: each new text is a new problem.
-    const auto report = [this](VcProblemSeverity severity, const char* source, const char* format,
-                               const auto&... args) {
-        tracker_.Register(problems_.Add(severity, source, format, args...));
-    };
-    const double storageUse = sources_.storageUse();
-    if (storageUse > limits_.blocking) {
-        report(blocking, "Storage", "The storage of the data folder is more than %u %% full.", limits_.blocking);
-    } else if (storageUse > limits_.warning) {
-        report(potential, "Storage", "The storage of the data folder is more than %u %% full.", limits_.warning);
-    }
-    for (const std::string& domain : sources_.unsavedDomains()) {
-        report(blocking, "Auto-save", "The %s domain cannot be saved.", domain);
-    }
-    for (const std::string& file : sources_.setAsideFiles()) {
-        report(potential, "Start", "The file %s was damaged at start; what it held is kept as %s.d01 to .d05.", file,
-               file);
-    }
-    for (const std::string& interface : sources_.downInterfaces()) {
-        report(potential, "Network", "The interface %s is down.", interface);
+    for (const ProblemSource& source : sources_) {
+        for (const Finding& finding : source()) {
+            tracker_.Register(problems_.Add(finding.severity, finding.source, "%s", finding.text));
+        }
     }
 }
 

@@ -11,20 +11,20 @@
 #include <VxApi/AsyncTimer.h>
 #include <VxCommon/ProblemsManager/ProblemsTracker.h>
 
-#include "HostOptions.h"
-
 namespace VxHost
 {
 
-/// The facts that are looked at, each asked once in every check on the thread that checks. One that throws ends that
-/// check; what it has not reported counts as not seen.
-struct ProblemSources
+/// What users should know of. The text holds nothing that changes from look to look: each new text is a new problem.
+struct Finding
 {
-    std::function<double()> storageUse;  ///< In percent.
-    std::function<std::vector<std::string>()> unsavedDomains;
-    std::function<std::vector<std::string>()> setAsideFiles;
-    std::function<std::vector<std::string>()> downInterfaces;
+    VcProblemSeverity severity = VcProblemSeverity_Potential;
+    const char* source = "";
+    std::string text;
 };
+
+/// Looks at one kind of fact, once in every check, on the thread that checks. One that throws ends that check; what it
+/// has not reported counts as not seen.
+using ProblemSource = std::function<std::vector<Finding>()>;
 
 /// Checks on the timer thread, the first time in the constructor. A problem that is not seen any more goes away with
 /// the next check; a check that sees what the one before saw notifies nobody. Made and destroyed by one thread.
@@ -34,7 +34,7 @@ public:
     static constexpr std::chrono::microseconds Period{1'000'000};
 
     /// `problems`, and what the sources use, must outlive the checker.
-    ProblemChecker(VxCommon::ProblemsManager& problems, StorageLimits limits, ProblemSources sources);
+    ProblemChecker(VxCommon::ProblemsManager& problems, std::vector<ProblemSource> sources);
 
     /// Waits for a check that is under way, then withdraws what was reported. The caller holds no lock that the sources
     /// or listeners of the problems take.
@@ -49,8 +49,7 @@ private:
 
     // Used by the thread that checks: the constructing one, then the timer's.
     VxCommon::ProblemsManager& problems_;
-    const StorageLimits limits_;
-    const ProblemSources sources_;
+    const std::vector<ProblemSource> sources_;
     VxCommon::ProblemsTracker tracker_{problems_};
 
     Nucleo::Mutex mutex_;

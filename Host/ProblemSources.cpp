@@ -4,8 +4,12 @@
 
 #include <algorithm>
 #include <fstream>
+#include <optional>
 #include <system_error>
 #include <utility>
+
+#include <Nucleo/Format.h>
+#include <VxCommon/Persistence/PersistUtils.h>
 
 namespace VxHost
 {
@@ -28,14 +32,37 @@ std::uintmax_t SizeOfFiles(const fs::path& folder)
     return size;
 }
 
-bool HasDiagnosisCopy(const VxCommon::PersistManager& manager, const std::string& file)
+constexpr VcProblemSeverity potential = VcProblemSeverity_Potential;
+constexpr VcProblemSeverity blocking = VcProblemSeverity_Blocking;
+
+template <class... Args>
+std::string Text(const char* format, const Args&... args)
 {
-    for (unsigned long long i = 1; i <= VxCommon::PersistManager::MaxDiagnosisCopies; ++i) {
-        if (manager.FileExists(file + ".d0" + std::to_string(i))) {
-            return true;
-        }
+    return Nucleo::Print(format, Nucleo::MakeFormatArgs(args...));
+}
+
+/// What to tell of a file that could not be used at start, while there is something to be told.
+std::optional<Finding> Tell(const VxCommon::PersistManager& manager,
+                            const VxCommon::PersistManager::FileTrouble& trouble)
+{
+    const char* const state = trouble.unread ? "could not be read" : "was damaged";
+    if (trouble.held) {
+        return Finding{
+            blocking, "Start",
+            Text("The file %s %s at start (%s) and cannot be set aside: what it should hold is in memory only.",
+                 trouble.file, state, trouble.reason)};
     }
-    return false;
+    if (trouble.keptAs.empty()) {
+        return Finding{potential, "Start",
+                       Text("The file %s %s at start (%s), and what it held could not be kept.", trouble.file, state,
+                            trouble.reason)};
+    }
+    if (manager.FileExists(trouble.keptAs)) {
+        return Finding{
+            potential, "Start",
+            Text("The file %s %s at start; what it held is kept as %s.", trouble.file, state, trouble.keptAs)};
+    }
+    return std::nullopt;
 }
 
 }  // namespace
@@ -71,30 +98,87 @@ std::vector<std::string> DownInterfaces(const fs::path& folder)
     return down;
 }
 
-ProblemSources MakeProblemSources(const HostOptions& options, const VxCommon::PersistManager& manager,
-                                  const AutoSaveWatch& watch, std::vector<std::string> damaged)
+ProblemSource StorageProblems(StorageLimits limits, std::function<double()> use)
 {
-    ProblemSources sources;
-    sources.storageUse = [folder = options.dataFolder, size = options.storage.size] {
-        return StorageUse(folder, size);
+    return [limits, use = std::move(use)] {
+        constexpr const char* text = "The storage of the data folder is more than %u %% full.";
+        std::vector<Finding> findings;
+        const double percent = use();
+        if (percent > limits.blocking) {
+            findings.push_back({blocking, "Storage", Text(text, limits.blocking)});
+        } else if (percent > limits.warning) {
+            findings.push_back({potential, "Storage", Text(text, limits.warning)});
+        }
+        return findings;
     };
-    sources.unsavedDomains = [&watch] {
-        std::vector<std::string> names;
-        for (const PersistDomain domain : {PersistDomain::GLOBAL, PersistDomain::WORKSPACE}) {
+}
+
+ProblemSource SaveProblems(const VxCommon::PersistManager& manager, const AutoSaveWatch& watch)
+{
+    return [&manager, &watch] {
+        constexpr std::size_t maxItems = 10;  // Of a domain: a list that is longer helps nobody.
+        std::vector<Finding> findings;
+        for (const PersistDomain domain : {PersistDomain::GLOBAL, PersistDomain::WORKSPACE, PersistDomain::JOB}) {
+            const std::string name = VxCommon::PersistDomain_Name(domain);
             if (watch.FailedSaves(domain) > 0) {
-                names.push_back(VxCommon::PersistDomain_Name(domain));
+                findings.push_back({blocking, "Auto-save", Text("The %s domain cannot be saved.", name)});
+            }
+            std::vector<std::string> items = manager.UnkeptItems(domain);
+            items.resize(std::min(items.size(), maxItems));
+            for (const std::string& item : items) {
+                findings.push_back({potential, "Auto-save",
+                                    Text("The item '%s' of %s is not saved: no image can keep its path.",
+                                         VxCommon::PersistUtils::PrintablePath(item), name)});
             }
         }
-        return names;
+        return findings;
     };
-    sources.setAsideFiles = [&manager, files = std::move(damaged)] {
-        std::vector<std::string> kept;
-        std::copy_if(files.begin(), files.end(), std::back_inserter(kept),
-                     [&manager](const std::string& file) { return HasDiagnosisCopy(manager, file); });
-        return kept;
+}
+
+ProblemSource StartProblems(const VxCommon::PersistManager& manager, StartReport report)
+{
+    return [&manager, report = std::move(report)] {
+        std::vector<Finding> findings;
+        for (const auto& trouble : manager.FileTroubles()) {
+            if (auto finding = Tell(manager, trouble)) {
+                findings.push_back(std::move(*finding));
+            }
+        }
+        if (manager.IsRecordUnwritten()) {
+            findings.push_back({blocking, "Start",
+                                Text("%s cannot be written: which job is the default one is in memory only.",
+                                     VxCommon::PersistManager::PERSIST_RECORD_FILE)});
+        }
+        for (const std::string& copy : report.wholeCopies) {
+            if (manager.FileExists(copy)) {
+                findings.push_back({potential, "Start",
+                                    Text("The file %s, which could not be read at an earlier start, is whole. To bring "
+                                         "it back, stop vxhost and rename it to %s.",
+                                         copy, VxCommon::NodeStorage::StripExtension(copy))});
+            }
+        }
+        if (!report.failedJob.empty() && manager.LoadedJob().empty() && manager.DefaultJob() == report.failedJob) {
+            findings.push_back({potential, "Start",
+                                Text("The default job %s could not be loaded at start (%s); the factory job runs.",
+                                     report.failedJob, report.failedJobReason)});
+        }
+        return findings;
     };
-    sources.downInterfaces = [] { return DownInterfaces(); };
-    return sources;
+}
+
+std::vector<ProblemSource> MakeProblemSources(const HostOptions& options, const VxCommon::PersistManager& manager,
+                                              const AutoSaveWatch& watch, StartReport report)
+{
+    const auto interfaces = [] {
+        std::vector<Finding> findings;
+        for (const std::string& interface : DownInterfaces()) {
+            findings.push_back({potential, "Network", Text("The interface %s is down.", interface)});
+        }
+        return findings;
+    };
+    return {StorageProblems(options.storage, [folder = options.dataFolder,
+                                              size = options.storage.size] { return StorageUse(folder, size); }),
+            SaveProblems(manager, watch), StartProblems(manager, std::move(report)), interfaces};
 }
 
 }  // namespace VxHost

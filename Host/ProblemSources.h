@@ -3,13 +3,16 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <vector>
 
 #include <VxCommon/Persistence/PersistManager.h>
 
 #include "AutoSaveWatch.h"
+#include "HostOptions.h"
 #include "ProblemChecker.h"
+#include "StateLoader.h"
 
 namespace VxHost
 {
@@ -23,9 +26,18 @@ double StorageUse(const std::filesystem::path& folder, std::uint64_t size);
 /// where the kernel describes them.
 std::vector<std::string> DownInterfaces(const std::filesystem::path& folder = "/sys/class/net");
 
-/// The facts about this host. `damaged` is what LoadState answered: a file is told of while a diagnosis copy of it is
-/// there. `manager` and `watch` must outlive the sources.
-ProblemSources MakeProblemSources(const HostOptions& options, const VxCommon::PersistManager& manager,
-                                  const AutoSaveWatch& watch, std::vector<std::string> damaged);
+/// A storage that is fuller than its limits, of which `use` gives the percentage.
+ProblemSource StorageProblems(StorageLimits limits, std::function<double()> use);
+
+/// Domains whose saves fail, and items that no image can keep.
+ProblemSource SaveProblems(const VxCommon::PersistManager& manager, const AutoSaveWatch& watch);
+
+/// Files that could not be used at start, each while it is in the way or a copy of it is there, and the default job
+/// while the factory job runs in its stead. `report` is what LoadState answered.
+ProblemSource StartProblems(const VxCommon::PersistManager& manager, StartReport report);
+
+/// Everything about this host. `manager` and `watch` must outlive the sources.
+std::vector<ProblemSource> MakeProblemSources(const HostOptions& options, const VxCommon::PersistManager& manager,
+                                              const AutoSaveWatch& watch, StartReport report);
 
 }  // namespace VxHost

@@ -1,7 +1,12 @@
 #include "StateLoader.h"
 
+#include <set>
+
+#include <Nucleo/XmlDocument.h>
 #include <VxApi/Exception.h>
 #include <VxApi/Logging.h>
+#include <VxApi/TimeService.h>
+#include <VxCommon/Persistence/PersistUtils.h>
 
 namespace VxHost
 {
@@ -12,78 +17,115 @@ using Vx::Logging::Level;
 using VxCommon::PersistDomain;
 using VxCommon::PersistManager;
 
-/// Starts the manager; answers whether the persist record was damaged.
-bool InitManager(PersistManager& manager, VxCommon::TesselSystem& system)
+constexpr const char* category = "Start";
+
+void InitManager(PersistManager& manager)
 {
-    try {
-        manager.Init();
-        return false;
-    } catch (const std::exception& exception) {
-        Vx::Logging::Public(Level::Error, "Start", "The persist record cannot be read (%s); no job is the default one.",
-                            exception.what());
-        Vx::LogException(VX_HERE, exception);
+    for (int attempt = 1;; ++attempt) {
+        try {
+            manager.Init();
+            return;
+        } catch (const std::exception& exception) {
+            if (attempt == PersistManager::ReadAttempts || !PersistManager::MayPass(exception)) {
+                Vx::LogException(VX_HERE, exception);
+                manager.InitWithoutRecord(exception);
+                return;
+            }
+        }
+        Vx::TimeService::Current().Sleep(PersistManager::ReadPause);
     }
-    try {
-        VxCommon::NodeStorage(system).CopyForDiagnosis(PersistManager::PERSIST_RECORD_FILE,
-                                                       PersistManager::MaxDiagnosisCopies);
-    } catch (const std::exception& exception) {
-        Vx::Logging::Public(Level::Warning, "Start", "The persist record cannot be kept for diagnosis (%s).",
-                            exception.what());
-    }
-    manager.SavePersistRecord();  // Init cleared what it holds.
-    manager.Init();
-    return true;
 }
 
-/// Loads a domain that is kept in `file`; answers whether that was damaged.
 template <class Load>
-bool LoadDomain(PersistDomain domain, const char* file, VxCommon::TesselSystem& system, const DomainInfo& info,
-                AutoSaveWatch& watch, Load load)
+void LoadDomain(PersistDomain domain, AutoSaveWatch& watch, Load load)
 {
-    const std::string name = VxCommon::PersistDomain_Name(domain);
-    bool existed = false;
     try {
-        existed = VxCommon::NodeStorage(system).FileExists(file);
         load();
-        if (!existed || !info.HasBegun(domain)) {
-            return false;
-        }
-        // The manager has kept the file and begun anew.
-        Vx::Logging::Public(Level::Error, "Start",
-                            "The file %s is damaged: the %s domain starts with defaults. What it held is kept "
-                            "beside it as %s.d01 to .d05.",
-                            file, name, file);
     } catch (const std::exception& exception) {
-        Vx::Logging::Public(Level::Error, "Start", "The %s domain starts with defaults (%s).", name, exception.what());
+        Vx::Logging::Public(Level::Error, category, "The %s domain starts with defaults (%s).",
+                            VxCommon::PersistDomain_Name(domain), exception.what());
         watch.Expect(domain);
     }
-    return existed;
+}
+
+void TellOfTroubles(const PersistManager& manager, AutoSaveWatch& watch)
+{
+    for (const PersistManager::FileTrouble& trouble : manager.FileTroubles()) {
+        const char* const state = trouble.unread ? "cannot be read" : "is damaged";
+        const char* const instead = trouble.file == PersistManager::PERSIST_RECORD_FILE ? "no job is the default one"
+                                                                                        : "defaults take its place";
+        if (trouble.held) {
+            Vx::Logging::Public(Level::Error, category,
+                                "The file %s %s (%s) and could not be set aside: %s, in memory only until it can.",
+                                trouble.file, state, trouble.reason, instead);
+        } else if (trouble.keptAs.empty()) {
+            Vx::Logging::Public(Level::Error, category, "The file %s %s (%s) and could not be kept: %s.", trouble.file,
+                                state, trouble.reason, instead);
+        } else {
+            Vx::Logging::Public(Level::Error, category, "The file %s %s (%s): %s. What it held is kept as %s.",
+                                trouble.file, state, trouble.reason, instead, trouble.keptAs);
+            if (trouble.unread && trouble.file == PersistManager::PERSIST_RECORD_FILE) {
+                watch.Expect(PersistDomain::GLOBAL);  // Its info names the copy.
+            }
+        }
+    }
+}
+
+/// Whether the diagnosis copy of a file of `domain` or of the persist record holds all that was written.
+bool IsWhole(const PersistManager& manager, PersistDomain domain, const std::string& copy)
+{
+    try {
+        const std::vector<unsigned char> bytes = manager.FileData(copy);
+        if (copy.starts_with(PersistManager::PERSIST_RECORD_FILE)) {
+            VX_CHECK(Nucleo::XmlDocument().Parse(std::string(bytes.begin(), bytes.end())));
+        } else {
+            DomainInfo::Check(domain, VxCommon::PersistUtils::DearchiveStore(bytes.data(), bytes.size()));
+        }
+        return true;
+    } catch (const std::exception& exception) {
+        Vx_Debug_Log(Info, "The file %s, set aside unread, is not whole (%s).", copy, exception.what());
+        return false;
+    }
+}
+
+/// Looks again at what an earlier start set aside unread.
+std::vector<std::string> FindWholeCopies(const PersistManager& manager, DomainInfo& info)
+{
+    std::vector<std::string> whole;
+    for (const PersistDomain domain : {PersistDomain::GLOBAL, PersistDomain::WORKSPACE}) {
+        std::set<std::string> copies = info.Unread(domain);
+        std::erase_if(copies, [&manager](const std::string& copy) { return !manager.FileExists(copy); });
+        for (const std::string& copy : copies) {
+            if (IsWhole(manager, domain, copy)) {
+                Vx::Logging::Public(Level::Warning, category,
+                                    "The file %s, which could not be read at an earlier start, is whole.", copy);
+                whole.push_back(copy);
+            }
+        }
+        info.SetUnread(domain, std::move(copies));
+    }
+    return whole;
 }
 
 }  // namespace
 
-std::vector<std::string> LoadState(PersistManager& manager, VxCommon::TesselSystem& system, const DomainInfo& info,
-                                   AutoSaveWatch& watch)
+StartReport LoadState(PersistManager& manager, DomainInfo& info, AutoSaveWatch& watch)
 {
-    std::vector<std::string> damaged;
-    if (InitManager(manager, system)) {
-        damaged.emplace_back(PersistManager::PERSIST_RECORD_FILE);
-    }
-    if (const char* file = VxCommon::Persist::Global::GLOBAL_FILE;
-        LoadDomain(PersistDomain::GLOBAL, file, system, info, watch, [&] { manager.LoadGlobal(); })) {
-        damaged.emplace_back(file);
-    }
-    if (const char* file = VxCommon::Persist::Workspace::WORKSPACE_FILE;
-        LoadDomain(PersistDomain::WORKSPACE, file, system, info, watch, [&] { manager.LoadWorkspace(); })) {
-        damaged.emplace_back(file);
-    }
+    InitManager(manager);
+    LoadDomain(PersistDomain::GLOBAL, watch, [&] { manager.LoadGlobal(); });
+    LoadDomain(PersistDomain::WORKSPACE, watch, [&] { manager.LoadWorkspace(); });
+    TellOfTroubles(manager, watch);
+    StartReport report;
     try {
         manager.LoadDefaultJob();
     } catch (const std::exception& exception) {
-        Vx::Logging::Public(Level::Error, "Start", "The default job is not loaded, the factory job is (%s).",
+        report.failedJob = manager.DefaultJob();
+        report.failedJobReason = Nucleo::StatusText(Vx::StatusOf(exception));
+        Vx::Logging::Public(Level::Error, category, "The default job is not loaded, the factory job is (%s).",
                             exception.what());
     }
-    return damaged;
+    report.wholeCopies = FindWholeCopies(manager, info);
+    return report;
 }
 
 }  // namespace VxHost

@@ -49,9 +49,9 @@ TEST_F(AutoSaveWatchTest, FailedSaveIsTriedAgainWithGrowingDelaysUntilItIsDone)
     const std::size_t before = Attempts();
     FailUploads(8);
     Change();
-    // The manager's own attempt, the watch's first at the end of its patience, then its retries.
-    const std::chrono::milliseconds attempts[] = {250ms,    2000ms,   6000ms,    14'000ms,
-                                                  30'000ms, 62'000ms, 122'000ms, 182'000ms};
+    // The manager's own attempt, then the watch's.
+    const std::chrono::milliseconds attempts[] = {250ms,    2250ms,   6250ms,    14'250ms,
+                                                  30'250ms, 62'250ms, 122'250ms, 182'250ms};
     std::chrono::milliseconds now{};
     std::size_t seen = 0;
     for (const std::chrono::milliseconds at : attempts) {
@@ -61,7 +61,8 @@ TEST_F(AutoSaveWatchTest, FailedSaveIsTriedAgainWithGrowingDelaysUntilItIsDone)
         now = at;
         ++seen;
         EXPECT_EQ(Attempts() - before, seen) << "at " << at.count();
-        EXPECT_EQ(rig.watch.FailedSaves(PersistDomain::GLOBAL), seen - 1);
+        EXPECT_EQ(rig.watch.FailedSaves(PersistDomain::GLOBAL), seen);
+        EXPECT_EQ(log.Texts("Auto-save").size(), seen);
     }
     EXPECT_EQ(NameOnDisk(), "virtual-controller");
     EXPECT_FALSE(rig.manager.HasUnsavedChanges(PersistDomain::GLOBAL)) << "the manager has forgotten the change";
@@ -71,8 +72,8 @@ TEST_F(AutoSaveWatchTest, FailedSaveIsTriedAgainWithGrowingDelaysUntilItIsDone)
     EXPECT_EQ(rig.watch.FailedSaves(PersistDomain::GLOBAL), 0U);
     EXPECT_THAT(log.Texts("Auto-save"),
                 testing::AllOf(testing::Contains(testing::MatchesRegex(
-                                   "E The GLOBAL domain cannot be saved \\(.*Global.tar.*\\); trying again in 4 s\\.")),
-                               testing::Contains("I The GLOBAL domain is saved, after 7 failures.")));
+                                   "E The GLOBAL domain cannot be saved \\(.*Global.tar.*\\); trying again in 2 s\\.")),
+                               testing::Contains("I The GLOBAL domain is saved, after 8 failures.")));
     time.Advance(1h);
     EXPECT_EQ(time.Pending(), 0U);
 }
@@ -82,7 +83,7 @@ TEST_F(AutoSaveWatchTest, LaterChangeThatIsSavedEndsTheRetries)
     FailUploads(2);
     Change();
     time.Advance(3s);
-    EXPECT_EQ(rig.watch.FailedSaves(PersistDomain::GLOBAL), 1U);
+    EXPECT_EQ(rig.watch.FailedSaves(PersistDomain::GLOBAL), 2U);
     rig.layout.Update({{"zoom", 50}});  // The other domain is none of this one's business.
     Change();
     time.Advance(250ms);
@@ -100,7 +101,7 @@ TEST_F(AutoSaveWatchTest, SaveThatIsDoneIsNoFailureWhateverFailsAfterIt)
     time.Advance(1s);
     const Vx::Subscription subscription = rig.manager.DomainPersistedEvent().Subscribe(
         [](PersistDomain) { throw std::runtime_error("a listener after the watch"); });
-    time.Advance(1s);
+    time.Advance(2s);
     EXPECT_EQ(NameOnDisk(), "n1");
     EXPECT_FALSE(rig.watch.IsWaiting(PersistDomain::GLOBAL));
     EXPECT_EQ(rig.watch.FailedSaves(PersistDomain::GLOBAL), 0U);
@@ -142,7 +143,7 @@ TEST_F(AutoSaveWatchTest, EndedWatchLeavesNothingBehind)
 {
     {
         VxHost::AutoSaveWatch second(rig.manager);
-        FailUploads(3);
+        FailUploads(2);
         Change();
         time.Advance(2s);  // Both have failed once and wait.
         EXPECT_TRUE(second.IsWaiting(PersistDomain::GLOBAL));

@@ -32,15 +32,15 @@ protected:
 
     void Begin()
     {
-        checker.emplace(problems, VxHost::StorageLimits(),
-                        VxHost::ProblemSources{[this] { return storageUse; }, [this] { return unsaved; },
-                                               [this] { return damaged; },
-                                               [this] {
-                                                   if (down.size() > 2) {
-                                                       throw std::runtime_error("no interfaces");
-                                                   }
-                                                   return down;
-                                               }});
+        checker.emplace(problems,
+                        std::vector<VxHost::ProblemSource>{VxHost::StorageProblems({}, [this] { return storageUse; }),
+                                                           [this] { return first; },
+                                                           [this] {
+                                                               if (failing) {
+                                                                   throw std::runtime_error("cannot tell");
+                                                               }
+                                                               return second;
+                                                           }});
     }
 
     /// What is listed after the next check: each problem with the letter of its severity.
@@ -57,24 +57,14 @@ protected:
 
     VxTestSupport::ScopedManualTime time;
     double storageUse = 0;
-    std::vector<std::string> unsaved;
-    std::vector<std::string> damaged;
-    std::vector<std::string> down;
+    std::vector<VxHost::Finding> first;
+    std::vector<VxHost::Finding> second;
+    bool failing = false;
     int notices = 0;
     VxCommon::ProblemsManager problems;
     Vx::Subscription subscription;
     std::optional<VxHost::ProblemChecker> checker;
 };
-
-TEST_F(ProblemCheckerTest, AFailureAtTheFirstLookIsNoReasonNotToStart)
-{
-    checker.reset();
-    down = {"a", "b", "c"};
-    unsaved = {"GLOBAL"};
-    Begin();
-    down.clear();
-    EXPECT_EQ(Next().size(), 1U);
-}
 
 TEST_F(ProblemCheckerTest, StorageIsToldOfAboveItsThresholds)
 {
@@ -99,20 +89,22 @@ TEST_F(ProblemCheckerTest, StorageIsToldOfAboveItsThresholds)
 
 TEST_F(ProblemCheckerTest, EveryFactComesAndGoesByItself)
 {
-    unsaved = {"GLOBAL"};
-    damaged = {"Workspace.vpws"};
-    down = {"eth0", "eth1"};
+    checker.reset();
+    failing = true;  // No reason not to begin.
+    first = {{VcProblemSeverity_Blocking, "Auto-save", "100%s"}};
+    second = {{VcProblemSeverity_Potential, "Network", "a"}, {VcProblemSeverity_Potential, "Network", "b"}};
+    Begin();
+    failing = false;
+    notices = 0;
     const auto all = Next();
-    EXPECT_THAT(all, ElementsAre("B Auto-save: The GLOBAL domain cannot be saved.",
-                                 "P Start: The file Workspace.vpws was damaged at start; what it held is kept as "
-                                 "Workspace.vpws.d01 to .d05.",
-                                 "P Network: The interface eth0 is down.", "P Network: The interface eth1 is down."));
+    EXPECT_THAT(all, ElementsAre("B Auto-save: 100%s", "P Network: a", "P Network: b"));
     EXPECT_EQ(notices, 1);
-    down.emplace_back("eth2");  // From now on the interfaces cannot be asked.
-    unsaved.clear();
-    EXPECT_THAT(Next(), ElementsAre(all[1])) << "the check before the failure stands";
-    down.pop_back();
-    EXPECT_THAT(Next(), ElementsAre(all[1], all[2], all[3])) << "the checks go on";
+    failing = true;
+    first.push_back({VcProblemSeverity_Potential, "Start", "c"});
+    EXPECT_THAT(Next(), ElementsAre(all[0], "P Start: c")) << "what was reported before the failure";
+    failing = false;
+    first.clear();
+    EXPECT_THAT(Next(), ElementsAre(all[1], all[2])) << "the checks go on";
     checker.reset();
     EXPECT_EQ(problems.Count(), 0U);
     EXPECT_EQ(time.Pending(), 0U);
@@ -120,36 +112,31 @@ TEST_F(ProblemCheckerTest, EveryFactComesAndGoesByItself)
 
 using ProblemSourcesTest = RigTest;
 
-TEST_F(ProblemSourcesTest, DomainIsUnsavedWhileItsSavesFail)
+TEST_F(ProblemSourcesTest, SavesThatFailAndItemsThatCannotBeKeptAreToldOf)
 {
-    const auto sources = VxHost::MakeProblemSources({}, rig.manager, rig.watch, {});
+    const auto source = VxHost::SaveProblems(rig.manager, rig.watch);
+    const auto told = [&] {
+        std::vector<std::string> texts;
+        for (const auto& finding : source()) {
+            texts.push_back(std::string(VcProblemSeverity_Name(finding.severity), 1) + " " + finding.text);
+        }
+        return texts;
+    };
     for (int i = 1; i <= 2; ++i) {
         platform.Storage().FailNext(FileOp::Upload, "Workspace.vpws", i, Nucleo::ERROR_DISK_FULL);
     }
     rig.layout.Update({{"zoom", 250}});
-    EXPECT_THAT(sources.unsavedDomains(), IsEmpty());
+    EXPECT_THAT(told(), IsEmpty());
     time.Advance(2s);
-    EXPECT_THAT(sources.unsavedDomains(), ElementsAre("WORKSPACE"));
-    time.Advance(4s);
-    EXPECT_THAT(sources.unsavedDomains(), IsEmpty());
-}
-
-TEST_F(ProblemSourcesTest, DamagedFileIsToldOfWhileItsCopyIsThere)
-{
-    rig.manager.Shutdown();
-    for (const char* file : {"PersistRecord.xml", "Global.tar", "Workspace.vpws"}) {
-        SCOPED_TRACE(file);
-        platform.Storage().Put(file, "junk");
-        Rig started(platform, false);
-        const auto sources =
-            VxHost::MakeProblemSources({}, started.manager, started.watch,
-                                       VxHost::LoadState(started.manager, started.system, started.info, started.watch));
-        EXPECT_THAT(sources.setAsideFiles(), ElementsAre(file));
-        platform.Storage().Remove(std::string(file) + ".d01");
-        EXPECT_THAT(sources.setAsideFiles(), IsEmpty());
-        Rig next(platform, false);
-        EXPECT_THAT(VxHost::LoadState(next.manager, next.system, next.info, next.watch), IsEmpty());
-    }
+    EXPECT_THAT(told(), ElementsAre("B The WORKSPACE domain cannot be saved."));
+    time.Advance(5s);
+    EXPECT_THAT(told(), IsEmpty());
+    VxCommon::IPersistStore& store = rig.manager.GetGlobalInstance().GetStore();
+    store.Write("/a/", nullptr, 0);
+    EXPECT_THAT(told(), ElementsAre("P The item '/a/' of GLOBAL is not saved: no image can keep its path."));
+    rig.manager.SaveGlobal();
+    EXPECT_THAT(Rig(platform).report.wholeCopies, IsEmpty()) << "and the others are whole";
+    EXPECT_THAT(platform.Storage().Names(), testing::Not(testing::Contains("Global.tar.d01")));
 }
 
 TEST(ProblemFactsTest, InterfacesThatAreUpWithoutCarrierAreDown)

@@ -34,7 +34,7 @@ struct Rig
     explicit Rig(TestSystem& testSystem, bool load = true) : platform(testSystem)
     {
         if (load) {
-            VxHost::LoadState(manager, system, info, watch);
+            report = VxHost::LoadState(manager, info, watch);
         }
     }
 
@@ -56,9 +56,10 @@ struct Rig
                             manager};
     VxHost::Setting layout{"layout", PersistDomain::WORKSPACE, &VxHost::MakeSettingGroup<VxHost::LayoutSettings>,
                            manager};
-    VxHost::DomainInfo info;
+    VxHost::DomainInfo info{manager};
     VxHost::DomainHandler domains{{&acquisition, &network, &layout}, info, manager};
     VxHost::AutoSaveWatch watch{manager};
+    VxHost::StartReport report;
 };
 
 /// A host whose time stands still unless the test advances it.

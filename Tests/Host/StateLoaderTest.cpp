@@ -1,3 +1,6 @@
+#include <Host/FileRetry.h>
+#include <Host/ProblemSources.h>
+
 #include "Rig.h"
 
 namespace VxHostTest
@@ -5,6 +8,7 @@ namespace VxHostTest
 namespace
 {
 
+using VxCommon::PersistManager;
 using VxTestSupport::MemoryStorage;
 
 class StateLoaderTest : public testing::Test
@@ -25,6 +29,24 @@ protected:
     }
 
     MemoryStorage& Storage() { return platform.Storage(); }
+
+    /// The problems that a host which was started like this has, each with the letter of its severity.
+    static std::vector<std::string> Told(const Rig& started)
+    {
+        std::vector<std::string> told;
+        for (const auto& finding : VxHost::StartProblems(started.manager, started.report)()) {
+            EXPECT_STREQ(finding.source, "Start");
+            told.push_back(std::string(VcProblemSeverity_Name(finding.severity), 1) + " " + finding.text);
+        }
+        return told;
+    }
+
+    void Fail(FileOp op, const std::string& file, int times, Nucleo::Status status = Nucleo::ERROR_IO)
+    {
+        for (int nth = 1; nth <= times; ++nth) {
+            Storage().FailNext(op, file, nth, status);
+        }
+    }
 
     VxTestSupport::ScopedManualTime time;
     TestSystem platform;
@@ -48,9 +70,9 @@ TEST_F(StateLoaderTest, DamagedFilesGiveWayToDefaultsAndAreKeptForDiagnosis)
         const char* job;  // Loaded, and the default one.
         const char* said;
     } cases[] = {
-        {"PersistRecord.xml", "<PersistRecord><Def", "bench", 250, 1000, "", "The persist record cannot be read"},
-        {"PersistRecord.xml", "", "bench", 250, 1000, "", "The persist record cannot be read"},
-        {"PersistRecord.xml", "<PersistRecord/>", "bench", 250, 1000, "", "The persist record cannot be read"},
+        {"PersistRecord.xml", "<PersistRecord><Def", "bench", 250, 1000, "", "The file PersistRecord.xml is damaged"},
+        {"PersistRecord.xml", "", "bench", 250, 1000, "", "The file PersistRecord.xml is damaged"},
+        {"PersistRecord.xml", "<PersistRecord/>", "bench", 250, 1000, "", "The file PersistRecord.xml is damaged"},
         {"Global.tar", "junk", "virtual-controller", 250, 2500, "A", "Load GLOBAL failed"},
         {"Global.tar", image({}), "virtual-controller", 250, 2500, "A", "Load GLOBAL failed"},
         {"Global.tar", image({{"/network/settings.json", network}}), "virtual-controller", 250, 2500, "A", "has no"},
@@ -76,6 +98,11 @@ TEST_F(StateLoaderTest, DamagedFilesGiveWayToDefaultsAndAreKeptForDiagnosis)
                   MemoryStorage::Bytes(expected.damaged.begin(), expected.damaged.end()));
         EXPECT_NE(damaged.Storage().Get(expected.file), damaged.Storage().Get(expected.file + ".d01"));
         EXPECT_THAT(log.Texts(), testing::Contains(testing::HasSubstr(expected.said)));
+        EXPECT_THAT(Told(started),
+                    testing::ElementsAre("P The file " + expected.file +
+                                         " was damaged at start; what it held is kept as " + expected.file + ".d01."));
+        damaged.Storage().Remove(expected.file + ".d01");
+        EXPECT_THAT(Told(started), testing::IsEmpty());
 
         // The host works on, and its next start finds nothing wrong.
         started.network.Update({{"name", "again"}});
@@ -89,15 +116,85 @@ TEST_F(StateLoaderTest, DamagedFilesGiveWayToDefaultsAndAreKeptForDiagnosis)
     }
 }
 
-TEST_F(StateLoaderTest, DamagedDefaultJobLeavesTheFactoryJob)
+TEST_F(StateLoaderTest, DefaultJobThatCannotBeLoadedStaysAndLeavesTheFactoryJob)
 {
-    Storage().Put("A.vpjob", ImageOf({{"/acquisition/settings.json", "junk"}}));
-    const VxTestSupport::ScopedLogCapture log;
-    const Rig started(platform);
-    EXPECT_EQ(started.acquisition.Document().at("exposure"), 1000);
-    EXPECT_EQ(started.manager.LoadedJob(), "");
-    EXPECT_EQ(started.manager.DefaultJob(), "A") << "it may be repaired";
-    EXPECT_THAT(log.Texts("Start"), testing::Contains(testing::StartsWith("E The default job is not loaded")));
+    const MemoryStorage::Bytes good = Storage().Get("A.vpjob").value();
+    const std::string damaged(Nucleo::StatusText(Nucleo::ERROR_FORMAT));
+    const std::string unread(Nucleo::StatusText(Nucleo::ERROR_IO));
+    for (const bool readable : {true, false}) {
+        Storage().Put("A.vpjob", readable ? ImageOf({{"/acquisition/settings.json", "junk"}}) : good);
+        Storage().Mark();
+        Fail(FileOp::Download, "A.vpjob", readable ? 0 : PersistManager::ReadAttempts);
+        const VxTestSupport::ScopedLogCapture log;
+        const Rig started(platform);
+        EXPECT_TRUE(Storage().Unchanged("A.vpjob"));
+        EXPECT_EQ(started.acquisition.Document().at("exposure"), 1000);
+        EXPECT_EQ(started.manager.LoadedJob() + "|" + started.manager.DefaultJob(), "|A") << "it may be repaired";
+        EXPECT_THAT(log.Texts("Start"), testing::Contains(testing::StartsWith("E The default job is not loaded")));
+        EXPECT_THAT(Told(started), testing::ElementsAre("P The default job A could not be loaded at start (" +
+                                                        (readable ? damaged : unread) + "); the factory job runs."));
+    }
+    Rig started(platform);
+    EXPECT_THAT(Told(started), testing::IsEmpty());
+}
+
+TEST_F(StateLoaderTest, FileThatCouldNotBeReadIsToldOfUntilItIsBack)
+{
+    for (const std::string file : {"Global.tar", "Workspace.vpws", "PersistRecord.xml"}) {
+        SCOPED_TRACE(file);
+        const std::string copy = file + ".d01";
+        Fail(FileOp::Download, file, PersistManager::ReadAttempts);
+        {
+            const Rig started(platform);
+            EXPECT_THAT(Told(started), testing::ElementsAre("P The file " + file +
+                                                            " could not be read at start; what "
+                                                            "it held is kept as " +
+                                                            copy + "."));
+            time.Advance(3s);
+        }
+        for (int start = 0; start < 2; ++start) {
+            Rig next(platform);
+            EXPECT_THAT(Told(next), testing::ElementsAre("P The file " + copy +
+                                                         ", which could not be read at an earlier start, is "
+                                                         "whole. To bring it back, stop vxhost and rename it to " +
+                                                         file + "."));
+            next.watch.Expect(PersistDomain::GLOBAL);
+            time.Advance(3s);
+        }
+        const MemoryStorage::Bytes whole = Storage().Get(copy).value();
+        Storage().Put(copy, "junk");
+        EXPECT_THAT(Told(Rig(platform)), testing::IsEmpty());
+        Storage().Put(file, whole);
+        Storage().Remove(copy);
+        const Rig back(platform);
+        EXPECT_THAT(Told(back), testing::IsEmpty());
+        EXPECT_EQ(back.network.Document().at("name"), "bench");
+        EXPECT_EQ(back.layout.Document().at("zoom"), 250);
+        EXPECT_EQ(back.manager.LoadedJob(), "A");
+    }
+}
+
+TEST_F(StateLoaderTest, FilesThatStayInTheWayAreTriedUntilTheyGiveWay)
+{
+    for (const std::string file : {"Global.tar", "Workspace.vpws", "PersistRecord.xml"}) {
+        SCOPED_TRACE(file);
+        const MemoryStorage::Bytes good = Storage().Get(file).value();
+        Fail(FileOp::Download, file, PersistManager::ReadAttempts);
+        Fail(FileOp::Move, file, 3, Nucleo::ERROR_READ_ONLY);
+        Rig started(platform);
+        EXPECT_THAT(Told(started), testing::ElementsAre(testing::StartsWith("B The file " + file)));
+        VxHost::FileRetry retry(started.manager, started.watch);
+        time.Advance(VxHost::FileRetry::Period - 1us);
+        EXPECT_EQ(Storage().Get(file), good);
+        time.Advance(VxHost::FileRetry::Period + 1us);
+        EXPECT_EQ(Storage().Get(file + ".d01"), good);
+        time.Advance(3s);
+        EXPECT_NE(Storage().Get(file), good);
+        EXPECT_THAT(Told(started), testing::ElementsAre(testing::EndsWith("is kept as " + file + ".d01.")));
+        EXPECT_EQ(time.Pending(), 0U);
+        Storage().Put(file, good);
+        Storage().Remove(file + ".d01");
+    }
 }
 
 TEST_F(StateLoaderTest, NoDamageOfAnyFileKeepsTheHostFromStarting)
@@ -124,20 +221,29 @@ TEST_F(StateLoaderTest, NoDamageOfAnyFileKeepsTheHostFromStarting)
     }
 }
 
-TEST_F(StateLoaderTest, DefaultsThatCouldNotBeWrittenYetAreWrittenLater)
+TEST_F(StateLoaderTest, WithoutRoomTheHostStartsAndWritesLater)
 {
     Storage().Put("Global.tar", "junk");
-    Storage().FailNext(FileOp::Upload, "Global.tar", 1, Nucleo::ERROR_DISK_FULL);
-    Storage().FailNext(FileOp::Upload, "Global.tar.d01", 1, Nucleo::ERROR_DISK_FULL);
-    const Rig started(platform);
+    Storage().Put("PersistRecord.xml", "junk");
+    for (const char* file : {"Global.tar", "Global.tar.d01", "PersistRecord.xml"}) {
+        Fail(FileOp::Upload, file, 1, Nucleo::ERROR_DISK_FULL);
+    }
+    Rig started(platform);
     EXPECT_EQ(started.network.Document().at("name"), "virtual-controller");
     EXPECT_EQ(started.layout.Document().at("zoom"), 250) << "loading goes on after the failure";
-    EXPECT_EQ(started.manager.LoadedJob(), "A");
+    EXPECT_EQ(started.manager.LoadedJob(), "");
     EXPECT_TRUE(started.watch.IsWaiting(PersistDomain::GLOBAL));
+    EXPECT_THAT(Told(started), testing::ElementsAre(
+                                   testing::HasSubstr("PersistRecord.xml.d01."), testing::HasSubstr("Global.tar.d01."),
+                                   "B PersistRecord.xml cannot be written: which job is the default one is in memory "
+                                   "only."));
+    const VxHost::FileRetry retry(started.manager, started.watch);
+    EXPECT_EQ(Told(started).size(), 2U);
     time.Advance(2s);
     EXPECT_FALSE(started.watch.IsWaiting(PersistDomain::GLOBAL));
     const Rig next(platform);
     EXPECT_EQ(next.network.Document().at("name"), "virtual-controller");
+    EXPECT_THAT(Told(next), testing::IsEmpty());
 }
 
 TEST_F(StateLoaderTest, StartReadsNoJobButTheDefaultOne)
@@ -146,15 +252,6 @@ TEST_F(StateLoaderTest, StartReadsNoJobButTheDefaultOne)
     const Rig started(platform);
     EXPECT_EQ(started.manager.ListJobs().size(), 2U);
     EXPECT_EQ(Storage().Calls(FileOp::Download, "B.vpjob"), 0U);
-}
-
-TEST_F(StateLoaderTest, WithoutARecordAndWithoutRoomForOneThereIsNoStart)
-{
-    Storage().Put("PersistRecord.xml", "junk");
-    Storage().FailNext(FileOp::Upload, "PersistRecord.xml", 1, Nucleo::ERROR_DISK_FULL);
-    Rig stopped(platform, false);
-    EXPECT_THAT([&] { VxHost::LoadState(stopped.manager, stopped.system, stopped.info, stopped.watch); },
-                Refuses(Nucleo::ERROR_DISK_FULL, "PersistRecord.xml"));
 }
 
 }  // namespace
