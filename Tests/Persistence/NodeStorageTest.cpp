@@ -86,25 +86,25 @@ TEST_F(NodeStorageTest, NamesOfUpTo150CharactersAreWritten)
     EXPECT_EQ(MessageThrown([&] { Write(std::string(151, ':')); }), "-997 File name exceeds max length (150).");
     EXPECT_EQ(LogOf(log), Journal({"sensor: E File name exceeds max length (150)."}));
     EXPECT_EQ(Thrown([&] { storage_.CopyForDiagnosis(longest, 5); }), "-997 NodeStorage::WriteFile");
+    EXPECT_EQ(Thrown([&] { storage_.MoveForDiagnosis(longest, 5); }), "-997 NodeStorage::MoveForDiagnosis");
     EXPECT_THAT(files_.Names(), ElementsAre(longest));
 }
 
 TEST_F(NodeStorageTest, FilesAreWrittenReadSizedCopiedAndDeleted)
 {
-    Write("a", std::string("\0\xff text", 7));
-    EXPECT_EQ(storage_.ReadFile("a"), ToBytes(std::string("\0\xff text", 7)));
+    const std::string text("\0\xff text", 7);
+    Write("a", text);
+    EXPECT_EQ(storage_.ReadFile("a"), ToBytes(text));
     EXPECT_EQ(storage_.FileSize("a"), 7U);
     storage_.CopyFile("a", "b");
     storage_.WriteFile("a", nullptr, 0);
     EXPECT_THAT(storage_.ReadFile("a"), IsEmpty());
-    files_.Mark();
-    EXPECT_EQ(Thrown([&] { storage_.CopyFile("x", "b"); }), "-999 NodeStorage::CopyFile");
     for (const char* target : {"a", "b"}) {
         EXPECT_EQ(Thrown([&] { storage_.CopyFile("a", target); }), "-987 NodeStorage::CopyFile");
     }
-    EXPECT_TRUE(files_.Unchanged());
-    EXPECT_EQ(Text("b"), std::string("\0\xff text", 7));
+    EXPECT_EQ(Text("b"), text);
     storage_.DeleteFile("a");
+    EXPECT_EQ(files_.LastDeletion(), "a") << "the bare name, as the storage is asked for it";
     EXPECT_EQ(Thrown([&] { storage_.DeleteFile("a"); }), "-999 NodeStorage::DeleteFile");
 
     // A file that goes away between the two checks reads as empty, after them it is missing.
@@ -117,40 +117,33 @@ TEST_F(NodeStorageTest, FilesAreWrittenReadSizedCopiedAndDeleted)
 
 TEST_F(NodeStorageTest, DiagnosisCopiesFillTheFreeNumbersAndThenReuseTheLast)
 {
-    const struct
-    {
-        Journal present;
-        unsigned long long maxCopies;
-        std::string written;
-    } cases[] = {
-        {{}, 5, "x.d01"},        {{"x.d01", "x.d02"}, 5, "x.d03"},
-        {{"x.d02"}, 5, "x.d01"}, {{"x.d01", "x.d02", "x.d03", "x.d04", "x.d05"}, 5, "x.d05"},
-        {{"x.d01"}, 1, "x.d01"},
-    };
-    for (const auto& c : cases) {
-        RemoveFiles();
+    const auto keep = [&](bool move, unsigned long long maxCopies) {
         files_.Put("x", "bad");
-        for (const std::string& name : c.present) {
-            files_.Put(name, "old");
-        }
-        files_.Mark();
-        const Journal said{"Persistence/NodeStorage: I File '" + c.written + "' saved for diagnosis."};
+        files_.FailNext(FileOp::Download, "", move ? 1 : 99, ERROR_IO);  // What is moved is not read.
         const VxTestSupport::ScopedLogCapture log;
-        EXPECT_EQ(storage_.CopyForDiagnosis("x", c.maxCopies), c.written);
-        EXPECT_EQ(LogOf(log), said);
-        for (const std::string& name : files_.Names()) {
-            EXPECT_TRUE(name == c.written ? Text(name) == "bad" : files_.Unchanged(name)) << name;
-        }
-        // Moved likewise, without being read.
-        files_.Remove(c.written);
-        for (const std::string& name : c.present) {
-            files_.Put(name, "old");
-        }
-        files_.FailNext(FileOp::Download, "", 1, ERROR_IO);
-        EXPECT_EQ(storage_.MoveForDiagnosis("x", c.maxCopies), c.written);
-        EXPECT_EQ(LogOf(log), Journal({said[0], said[0]}));
-        EXPECT_EQ(Text("x") + Text(c.written), "(missing)bad");
+        const std::string name =
+            move ? storage_.MoveForDiagnosis("x", maxCopies) : storage_.CopyForDiagnosis("x", maxCopies);
         files_.ClearFaults();
+        EXPECT_EQ(LogOf(log), Journal({"Persistence/NodeStorage: I File '" + name + "' saved for diagnosis."}));
+        EXPECT_EQ(Text(name) + Text("x"), move ? "bad(missing)" : "badbad");
+        files_.Put(name, "old");
+        for (const std::string& other : files_.Names()) {
+            EXPECT_EQ(Text(other), other == "x" ? "bad" : "old");
+        }
+        return name;
+    };
+    for (const bool move : {false, true}) {
+        RemoveFiles();
+        files_.Put("x.d02", "old");
+        Journal names;
+        for (const unsigned long long maxCopies : {5, 1, 5, 5, 5, 5, 5, 1000}) {
+            names.push_back(keep(move, maxCopies));
+        }
+        EXPECT_THAT(names, ElementsAre("x.d01", "x.d01", "x.d03", "x.d04", "x.d05", "x.d05", "x.d05", "x.d06"));
+        for (int i = 7; i < 100; ++i) {
+            files_.Put("x.d" + std::string(i < 10 ? "0" : "") + std::to_string(i), "old");
+        }
+        EXPECT_EQ(keep(move, 1000), "x.d100");
     }
     files_.Put("x", "bad");
     files_.Mark();
@@ -158,11 +151,6 @@ TEST_F(NodeStorageTest, DiagnosisCopiesFillTheFreeNumbersAndThenReuseTheLast)
     EXPECT_EQ(Thrown([&] { storage_.CopyForDiagnosis("missing", 0); }), "-999 NodeStorage::CopyForDiagnosis");
     EXPECT_EQ(Thrown([&] { storage_.MoveForDiagnosis("missing", 0); }), "-999 NodeStorage::MoveForDiagnosis");
     EXPECT_TRUE(files_.Unchanged());
-    for (int i = 1; i < 100; ++i) {
-        files_.Put("x.d" + std::string(i < 10 ? "0" : "") + std::to_string(i), "old");
-    }
-    storage_.CopyForDiagnosis("x", 1000);
-    EXPECT_EQ(Text("x.d100"), "bad");
 }
 
 TEST_F(NodeStorageTest, ListsByTheExactExtension)

@@ -1,5 +1,6 @@
 #include <numeric>
 
+#include <TesselLib/Zstd.h>
 #include <Tests/Persistence/StorageFixture.h>
 #include <VxCommon/Persistence/Global.h>
 #include <VxCommon/Persistence/Job.h>
@@ -115,6 +116,22 @@ TEST(CompressTest, RoundTripsAndEndsAtDamageWithoutAnError)
     EXPECT_THAT(PersistUtils::Decompress(nullptr, 0), IsEmpty());
     const Bytes cut = PersistUtils::Decompress(packed.data(), packed.size() / 2);
     EXPECT_TRUE(cut.size() < bytes.size() && std::equal(cut.begin(), cut.end(), bytes.begin()));
+    // How much time is spent on becoming small: a text that other levels pack otherwise.
+    std::string text;
+    for (unsigned i = 0; i < 20'000; ++i) {
+        text += std::to_string(i * i) + " ";
+    }
+    const auto atLevel = [&](int level) {
+        Nucleo::Handle<Nucleo::MemoryStream> target;
+        Nucleo::Handle<TesselLib::ZstdStream> zstd;
+        EXPECT_EQ(Nucleo::MemoryStream_Construct(target.Receive()), OK);
+        EXPECT_EQ(TesselLib::ZstdStream_Construct(zstd.Receive(), *target, TesselLib::ZstdMode::Write, level), OK);
+        EXPECT_EQ(zstd->Write(text.data(), text.size()), OK);
+        EXPECT_EQ(zstd->Finish(), OK);
+        return target->TakeContent();
+    };
+    EXPECT_EQ(PersistUtils::Compress(ToBytes(text).data(), text.size()), atLevel(10));
+    EXPECT_NE(atLevel(10), atLevel(3));
 }
 
 TEST(PersistUtilsTest, WithoutMemoryEachOperationNamesItselfAndLeaksNothing)

@@ -7,23 +7,26 @@ using namespace Nucleo::Statuses;
 namespace VxTestSupport
 {
 
-void MemoryStorage::FailNext(FileOp op, std::string_view name, int nth, Nucleo::Status status)
+void MemoryStorage::FailNext(FileOp op, std::string_view name, int nth, Nucleo::Status status, bool lasting)
 {
     const Nucleo::MutexGuard guard(mutex_);
-    aims_.push_back({op, std::string(name), nth, status, {}});
+    aims_.push_back({op, std::string(name), nth, status, lasting, {}});
     marked_ = files_;
 }
 
 void MemoryStorage::BeforeNext(FileOp op, std::string_view name, int nth, std::function<void()> hook)
 {
     const Nucleo::MutexGuard guard(mutex_);
-    aims_.push_back({op, std::string(name), nth, OK, std::move(hook)});
+    aims_.push_back({op, std::string(name), nth, OK, false, std::move(hook)});
 }
 
-void MemoryStorage::ClearFaults()
+bool MemoryStorage::ClearFaults()
 {
     const Nucleo::MutexGuard guard(mutex_);
+    const auto waits = [](const Aim& aim) { return aim.callsLeft > 0; };
+    const bool waiting = std::any_of(aims_.begin(), aims_.end(), waits);
     aims_.clear();
+    return !waiting;
 }
 
 Nucleo::Status MemoryStorage::Enter(FileOp op, std::string_view name) const
@@ -34,7 +37,7 @@ Nucleo::Status MemoryStorage::Enter(FileOp op, std::string_view name) const
         const Nucleo::MutexGuard guard(mutex_);
         ++calls_[{op, std::string(name)}];
         for (auto aim = aims_.begin(); aim != aims_.end();) {
-            const bool reached = aim->op == op && (aim->name.empty() || aim->name == name) && --aim->callsLeft == 0;
+            const bool reached = aim->op == op && (aim->name.empty() || aim->name == name) && --aim->callsLeft <= 0;
             if (!reached) {
                 ++aim;
                 continue;
@@ -44,7 +47,7 @@ Nucleo::Status MemoryStorage::Enter(FileOp op, std::string_view name) const
             } else if (status == OK) {
                 status = aim->status;
             }
-            aim = aims_.erase(aim);
+            aim = aim->lasting ? aim + 1 : aims_.erase(aim);
         }
     }
     for (const auto& hook : hooks) {
@@ -58,6 +61,12 @@ std::size_t MemoryStorage::Calls(FileOp op, std::string_view name) const
     const Nucleo::MutexGuard guard(mutex_);
     const auto found = calls_.find({op, std::string(name)});
     return found != calls_.end() ? found->second : 0;
+}
+
+std::string MemoryStorage::LastDeletion() const
+{
+    const Nucleo::MutexGuard guard(mutex_);
+    return lastDeletion_;
 }
 
 std::size_t MemoryStorage::Writes(std::string_view name) const
@@ -190,6 +199,7 @@ Nucleo::Status MemoryStorage::Delete(std::string_view path)
         return status;
     }
     const Nucleo::MutexGuard guard(mutex_);
+    lastDeletion_ = path;
     return files_.erase(std::string(name)) != 0 ? OK : ERROR_NOT_FOUND;
 }
 

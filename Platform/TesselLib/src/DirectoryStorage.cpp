@@ -67,6 +67,45 @@ Nucleo::Status LookForFile(int folder, const char* name, struct stat* state)
     return status == OK && kind != Kind::File ? ERROR_NOT_FOUND : status;
 }
 
+/// Makes the folder where it is missing, with those above it, and brings it onto the medium: each folder that was made,
+/// and the one that the first of them was made in.
+Nucleo::Status MakeFolder(const std::filesystem::path& folder)
+{
+    std::error_code error;
+    const std::filesystem::path whole = std::filesystem::absolute(folder, error);
+    std::filesystem::path top = whole;
+    while (!error && !std::filesystem::exists(top, error) && !error) {
+        top = top.parent_path();
+    }
+    if (error) {
+        return StatusOfErrno(error.value());
+    }
+    if (top == whole) {
+        return OK;
+    }
+    std::filesystem::create_directories(whole, error);
+    Nucleo::Status status = error ? StatusOfErrno(error.value()) : OK;
+    for (std::filesystem::path made = whole; status == OK && made != top;) {
+        made = made.parent_path();
+        const FileDescriptor parent(Retry([&] { return ::open(made.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+        status = parent ? Sync(parent.Get()) : StatusOfErrno(errno);
+    }
+    return status;
+}
+
+/// Bytes that the files in `folder` take; as many as can be seen.
+std::int64_t BytesIn(int folder)
+{
+    std::int64_t bytes = 0;
+    VisitEntries(folder, [&](const dirent& entry) {
+        struct stat state
+        {};
+        bytes += LookForFile(folder, entry.d_name, &state) == OK ? state.st_size : 0;
+        return OK;
+    });
+    return bytes;
+}
+
 /// Counts in a counter for as long as it lives.
 class Counted
 {
@@ -93,7 +132,10 @@ struct DirectoryStorage::Folders
     FileDescriptor data;
     FileDescriptor lock;
     FileDescriptor user;
-    UploadFolder uploads;
+
+    /// Of the files in both folders. Below 0 when files were made smaller by hand.
+    std::atomic<std::int64_t> usedBytes{0};
+    UploadFolder uploads{usedBytes};
 
     /// Downloads under way. One that began before a file was replaced may be about to open the old one, when nobody can
     /// tell yet that it is in use; the old file is not kept then.
@@ -109,10 +151,8 @@ Nucleo::Status DirectoryStorage::Folders::Open(const std::filesystem::path& data
     if (dataFolder.native().find('\0') != std::string::npos || dataFolder.empty()) {
         return ERROR_NAME;
     }
-    std::error_code error;
-    const bool created = std::filesystem::create_directories(dataFolder, error);
-    if (error) {
-        return StatusOfErrno(error.value());
+    if (const Nucleo::Status status = MakeFolder(dataFolder); status != OK) {
+        return status;
     }
     data = FileDescriptor(Retry([&] { return ::open(dataFolder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
     if (!data) {
@@ -130,10 +170,7 @@ Nucleo::Status DirectoryStorage::Folders::Open(const std::filesystem::path& data
     if (status == OK) {
         status = Sync(data.Get());
     }
-    if (status == OK && created) {
-        FileDescriptor parent(Retry([&] { return ::openat(data.Get(), "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
-        status = parent ? Sync(parent.Get()) : StatusOfErrno(errno);
-    }
+    usedBytes = BytesIn(user.Get()) + BytesIn(uploads.Descriptor());
     return status;
 }
 
@@ -178,9 +215,11 @@ Nucleo::Status DirectoryStorage::Folders::Place(const UploadName& upload, const 
         return status;
     }
     if (exchanged && downloads == 0) {
-        uploads.Retire(upload, state);
+        uploads.Retire(upload, old.st_size, state);
     } else if (exchanged) {
-        uploads.Remove(upload);
+        uploads.Remove(upload, old.st_size);
+    } else if (kind == Kind::File) {
+        usedBytes -= old.st_size;
     }
     return OK;
 }
@@ -201,7 +240,7 @@ Nucleo::Status DirectoryStorage::Folders::Remove(const char* name)
         ::renameat(uploads.Descriptor(), leaving.data(), user.Get(), name);
         return status;
     }
-    uploads.Remove(leaving);
+    uploads.Remove(leaving, state.st_size);
     uploads.RemoveSpare();  // It may hold an older version of what was to go.
     return OK;
 }
@@ -235,7 +274,10 @@ Nucleo::Status DirectoryStorage::Folders::Rename(const char* from, const char* t
         }
     }
     if (keeps) {
-        uploads.Remove(kept);
+        uploads.Remove(kept, 0);
+    }
+    if (status == OK && kind == Kind::File) {
+        usedBytes -= state.st_size;
     }
     return status;
 }
@@ -350,7 +392,7 @@ Nucleo::Status DirectoryStorage::Upload(std::string_view path, const std::uint8_
     }
     const Nucleo::Status status = folders_->Place(upload, name.Text());
     if (status != OK) {
-        folders_->uploads.Remove(upload);
+        folders_->uploads.Remove(upload, static_cast<std::int64_t>(size));
     }
     return status;
 }
@@ -397,6 +439,16 @@ Nucleo::Status DirectoryStorage::List(std::string_view directory, std::vector<st
     } catch (const std::exception&) {
         return ERROR_MEMORY;
     }
+}
+
+std::uint64_t DirectoryStorage::UsedBytes() const
+{
+    return static_cast<std::uint64_t>(std::max<std::int64_t>(folders_->usedBytes, 0));
+}
+
+void DirectoryStorage::FreeSpare()
+{
+    folders_->uploads.RemoveSpare();
 }
 
 }  // namespace TesselLib

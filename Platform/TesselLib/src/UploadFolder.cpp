@@ -67,19 +67,19 @@ UploadName UploadFolder::NextName() noexcept
     return name;
 }
 
-FileDescriptor UploadFolder::TakeSpare(UploadName* name)
+FileDescriptor UploadFolder::TakeSpare(Spare* spare)
 {
     {
         const Nucleo::MutexGuard guard(mutex_);
-        *name = std::exchange(spare_, UploadName{});
+        *spare = std::exchange(spare_, Spare{});
     }
-    if (name->front() == '\0') {
+    if (spare->name.front() == '\0') {
         return {};
     }
-    FileDescriptor file(
-        Retry([&] { return ::openat(folder_.Get(), name->data(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC); }));
+    FileDescriptor file(Retry(
+        [&] { return ::openat(folder_.Get(), spare->name.data(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC); }));
     if (!file || !IsOpenHereOnly(file.Get())) {
-        Remove(*name);
+        Remove(spare->name, spare->size);
         return {};
     }
     return file;
@@ -87,13 +87,17 @@ FileDescriptor UploadFolder::TakeSpare(UploadName* name)
 
 Nucleo::Status UploadFolder::Write(const std::uint8_t* data, std::uint64_t size, UploadName* name)
 {
-    FileDescriptor file = TakeSpare(name);
+    Spare spare;
+    FileDescriptor file = TakeSpare(&spare);
     if (file && !CutTo(file.Get(), size)) {
-        Remove(*name);
+        Remove(spare.name, spare.size);
         file = {};
     }
     const bool isSpare = static_cast<bool>(file);
-    if (!isSpare) {
+    if (isSpare) {
+        *name = spare.name;
+    } else {
+        spare.size = 0;
         *name = NextName();
         file = FileDescriptor(Retry([&] {
             return ::openat(folder_.Get(), name->data(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
@@ -111,17 +115,22 @@ Nucleo::Status UploadFolder::Write(const std::uint8_t* data, std::uint64_t size,
                          : Sync(file.Get());
     }
     if (status != OK) {
-        Remove(*name);
+        Remove(*name, spare.size);
+    } else {
+        usedBytes_ += static_cast<std::int64_t>(size) - spare.size;
     }
     return status;
 }
 
-void UploadFolder::Remove(const UploadName& name) const noexcept
+void UploadFolder::Remove(const UploadName& name, std::int64_t size) noexcept
 {
-    ::unlinkat(folder_.Get(), name.data(), 0);  // What cannot be removed now is removed when the folder is opened next.
+    // What cannot be removed now is removed when the folder is opened next.
+    if (::unlinkat(folder_.Get(), name.data(), 0) == 0) {
+        usedBytes_ -= size;
+    }
 }
 
-void UploadFolder::Retire(const UploadName& replaced, const struct stat& successor)
+void UploadFolder::Retire(const UploadName& replaced, std::int64_t size, const struct stat& successor)
 {
     struct stat state
     {};
@@ -130,25 +139,25 @@ void UploadFolder::Retire(const UploadName& replaced, const struct stat& success
                         S_ISREG(state.st_mode) && state.st_nlink == 1 && state.st_size <= MaxSpareSize &&
                         state.st_mode == successor.st_mode && state.st_uid == successor.st_uid &&
                         state.st_gid == successor.st_gid;
-    UploadName leaving = replaced;
+    Spare leaving{replaced, size};
     if (useful) {
         const Nucleo::MutexGuard guard(mutex_);
-        leaving = std::exchange(spare_, replaced);
+        leaving = std::exchange(spare_, leaving);
     }
-    if (leaving.front() != '\0') {
-        Remove(leaving);
+    if (leaving.name.front() != '\0') {
+        Remove(leaving.name, leaving.size);
     }
 }
 
 void UploadFolder::RemoveSpare()
 {
-    UploadName leaving{};
+    Spare leaving;
     {
         const Nucleo::MutexGuard guard(mutex_);
-        leaving = std::exchange(spare_, UploadName{});
+        leaving = std::exchange(spare_, Spare{});
     }
-    if (leaving.front() != '\0') {
-        Remove(leaving);
+    if (leaving.name.front() != '\0') {
+        Remove(leaving.name, leaving.size);
     }
 }
 

@@ -31,7 +31,9 @@ public:
     /// Files above this size are freed when they are replaced.
     static constexpr std::int64_t MaxSpareSize = 16 * 1024 * 1024;
 
-    UploadFolder() = default;
+    /// `usedBytes` counts the bytes of the data folder's files: what a finished temporary takes is added, what is
+    /// removed is taken off. It must outlive the object.
+    explicit UploadFolder(std::atomic<std::int64_t>& usedBytes) : usedBytes_(usedBytes) {}
     ~UploadFolder();
     UploadFolder(const UploadFolder&) = delete;
     UploadFolder& operator=(const UploadFolder&) = delete;
@@ -47,25 +49,33 @@ public:
     /// Writes a temporary of these bytes and brings it onto the medium. On failure nothing is left of it.
     Nucleo::Status Write(const std::uint8_t* data, std::uint64_t size, UploadName* name) VX_EXCLUDES(mutex_);
 
-    void Remove(const UploadName& name) const noexcept;
+    /// Removes a finished temporary of `size` bytes.
+    void Remove(const UploadName& name, std::int64_t size) noexcept;
 
-    /// Takes over `replaced`, a file that has left the user folder for good and whose place was taken by one with the
-    /// attributes `successor`: it becomes the spare, or is removed.
-    void Retire(const UploadName& replaced, const struct stat& successor) VX_EXCLUDES(mutex_);
+    /// Takes over `replaced`, a file of `size` bytes that has left the user folder for good and whose place was taken
+    /// by one with the attributes `successor`: it becomes the spare, or is removed.
+    void Retire(const UploadName& replaced, std::int64_t size, const struct stat& successor) VX_EXCLUDES(mutex_);
 
     void RemoveSpare() VX_EXCLUDES(mutex_);
 
 private:
-    FileDescriptor TakeSpare(UploadName* name) VX_EXCLUDES(mutex_);
+    struct Spare
+    {
+        UploadName name{};  // Empty while there is none.
+        std::int64_t size = 0;
+    };
+
+    FileDescriptor TakeSpare(Spare* spare) VX_EXCLUDES(mutex_);
     Nucleo::Status RemoveLeftovers() const;
 
     // Constant after Open.
     FileDescriptor folder_;
 
+    std::atomic<std::int64_t>& usedBytes_;
     std::atomic<std::uint64_t> lastNumber_{0};
 
-    Nucleo::Mutex mutex_;                       // A leaf: nothing is called out to under it.
-    UploadName spare_ VX_GUARDED_BY(mutex_){};  // Empty while there is none.
+    Nucleo::Mutex mutex_;  // A leaf: nothing is called out to under it.
+    Spare spare_ VX_GUARDED_BY(mutex_);
 };
 
 }  // namespace TesselLib

@@ -35,6 +35,13 @@ public:
     Nucleo::Status Move(std::string_view from, std::string_view to) override;
     Nucleo::Status List(std::string_view directory, std::vector<std::string>* names) const override;
 
+    /// Bytes that the files in `user` and `tmp` take. Counted when the folder is opened and kept up from then on: what
+    /// others change in the folder is seen when it is opened next.
+    std::uint64_t UsedBytes() const;
+
+    /// Frees what is kept in `tmp` only to make the next upload faster.
+    void FreeSpare();
+
 private:
     struct Folders;
     explicit DirectoryStorage(std::unique_ptr<Folders> folders);

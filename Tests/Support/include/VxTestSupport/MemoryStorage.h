@@ -37,22 +37,26 @@ class MemoryStorage final : public TesselLib::Storage
 public:
     using Bytes = std::vector<std::uint8_t>;
 
-    /// Makes the `nth` call (1: the next) of `op` on `name` from now on fail with `status`, once. Several can be aimed;
+    /// Makes the `nth` call (1: the next) of `op` on `name` from now on fail with `status`, once, or with `lasting` each call from there
+    /// on. Several can be aimed;
     /// each counts the calls that reach it on its own, and the first aimed wins where two fall on one call. A failing
     /// Exists answers true unless the status says that there is no such file; a failing Download has written the first
     /// half of the file, as a disk that breaks down would. Also marks, as Mark() does.
-    void FailNext(FileOp op, std::string_view name, int nth, Nucleo::Status status);
+    void FailNext(FileOp op, std::string_view name, int nth, Nucleo::Status status, bool lasting = false);
 
     /// Calls `hook` before the `nth` call of `op` on `name` from now on is looked at, once, on the calling thread and
     /// without a lock: it may use the storage, for instance to let a file vanish between a check and a download.
     void BeforeNext(FileOp op, std::string_view name, int nth, std::function<void()> hook);
 
-    /// Drops the faults and hooks that have not fired.
-    void ClearFaults();
+    /// Drops the faults and hooks, and returns whether every one of them had fired.
+    bool ClearFaults();
 
     /// Calls of an operation on this file since construction, failed ones included. List is always on the name "", Move
     /// on that of the file that moves.
     std::size_t Calls(FileOp op, std::string_view name) const;
+
+    /// The path of the last deletion as it was given, with or without "/user/".
+    std::string LastDeletion() const;
 
     /// Uploads that succeeded.
     std::size_t Writes(std::string_view name = {}) const;
@@ -89,6 +93,7 @@ private:
         std::string name;
         int callsLeft;
         Nucleo::Status status;  // OK for a hook
+        bool lasting;
         std::function<void()> hook;
     };
 
@@ -102,6 +107,7 @@ private:
     mutable std::vector<Aim> aims_ VX_GUARDED_BY(mutex_);
     mutable std::map<std::pair<FileOp, std::string>, std::size_t> calls_ VX_GUARDED_BY(mutex_);
     std::map<std::string, std::size_t, std::less<>> writes_ VX_GUARDED_BY(mutex_);
+    std::string lastDeletion_ VX_GUARDED_BY(mutex_);
 };
 
 }  // namespace VxTestSupport

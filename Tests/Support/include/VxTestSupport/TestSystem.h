@@ -18,13 +18,15 @@ public:
     static constexpr std::uint32_t localId = 1;
 
     /// One node of id `localId` on the virtual controller type, with an address and a crash log, unless described
-    /// otherwise; the description's storage is not used.
+    /// otherwise. A description without a storage gets one in memory.
     explicit TestSystem(TesselLib::VirtualNodeDescription node = LocalNode())
     {
-        auto storage = std::make_unique<MemoryStorage>();
-        storage_ = storage.get();
+        if (!node.storage) {
+            auto storage = std::make_unique<MemoryStorage>();
+            storage_ = storage.get();
+            node.storage = std::move(storage);
+        }
         const std::uint32_t id = node.info.id;
-        node.storage = std::move(storage);
         std::vector<TesselLib::VirtualNodeDescription> nodes;
         nodes.push_back(std::move(node));
         if (TesselLib::VirtualSystem_Construct(system_.Receive(), std::move(nodes)) != Nucleo::OK ||
@@ -45,6 +47,13 @@ public:
         return node;
     }
 
+    static TesselLib::VirtualNodeDescription LocalNode(std::unique_ptr<TesselLib::Storage> storage)
+    {
+        TesselLib::VirtualNodeDescription node = LocalNode();
+        node.storage = std::move(storage);
+        return node;
+    }
+
     /// The system; the test system keeps its reference. The node and its storage live as long as the system.
     TesselLib::System& System() const { return *system_; }
 
@@ -56,6 +65,8 @@ public:
     }
 
     TesselLib::Node& Node() const { return *node_; }
+
+    /// The storage in memory, of a system that has one.
     MemoryStorage& Storage() const { return *storage_; }
 
 private:
