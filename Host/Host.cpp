@@ -18,6 +18,7 @@
 #include "HealthResources.h"
 #include "HostHealth.h"
 #include "HostResources.h"
+#include "LimitedStorage.h"
 #include "LogFilterWatch.h"
 #include "ProblemSources.h"
 #include "ServiceConfiguration.h"
@@ -44,16 +45,18 @@ auto Start(ExitCode code, Action action)
     }
 }
 
-/// The system in the data folder, which is not touched when the options are unusable.
-VxCommon::TesselSystem OpenSystem(const HostOptions& options)
+/// The system in the data folder, which is not touched when the options are unusable; `*storage` lives as long.
+VxCommon::TesselSystem OpenSystem(const HostOptions& options, const LimitedStorage** storage)
 {
     Start(ExitCode::Usage, [&] { VxRest::HttpServer::Check(options.server); });
     return Start(ExitCode::Data, [&] {
-        auto storage = OpenDataFolder(options.dataFolder);
+        auto opened = std::make_unique<LimitedStorage>(OpenDataFolder(options.dataFolder), options.dataFolder,
+                                                       options.storage.size);
         if (options.application == VxCommon::TesselSystem::ApplicationType::PixoraService) {
             CreateServiceConfiguration(options);
         }
-        return MakeVirtualController(std::move(storage), options.nodes, options.application);
+        *storage = opened.get();
+        return MakeVirtualController(std::move(opened), options.nodes, options.application);
     });
 }
 
@@ -62,25 +65,29 @@ VxCommon::TesselSystem OpenSystem(const HostOptions& options)
 // In the order in which the parts are made; they are destroyed the other way round.
 struct Host::Parts
 {
-    explicit Parts(const HostOptions& options) : system(OpenSystem(options))
+    explicit Parts(const HostOptions& options) : system(OpenSystem(options, &storage))
     {
         Start(ExitCode::Failure, [&] { RecordAppInfo(options.dataFolder); });
         StartReport report = Start(ExitCode::Failure, [&] { return LoadState(manager, info, watch); });
         retry.emplace(manager, watch);
-        checker.emplace(problems, MakeProblemSources(options, manager, watch, std::move(report)));
+        checker.emplace(problems,
+                        std::vector<ProblemSource>{
+                            StorageProblems(options.storage, [this] { return storage->PercentUsed(); }),
+                            SaveProblems(manager, watch), StartProblems(manager, std::move(report)), &NetworkProblems});
         Start(ExitCode::Failure, [&] { health.emplace(system, options.nodes, options.dataFolder); });
         jobs.emplace(router, manager);
         logs.emplace().Register(router);
         problemsDir.emplace(problems).Register(router);
         healthResources.emplace(router, *health);
         resources.emplace(router, std::vector<Setting*>{&acquisition, &network, &layout},
-                          StatusResource::Facts{options.dataFolder, options.nodes + 1}, manager, watch, *health);
+                          StatusResource::Facts{*storage, options.nodes + 1}, manager, watch, *health);
         Start(ExitCode::Network, [&] { server.emplace(router, options.server); });
         resources->SetServer(*server);
     }
 
     LogFilterWatch filterWatch;
     UpdateCounter updates;
+    const LimitedStorage* storage = nullptr;
     VxCommon::TesselSystem system;
     VxCommon::PersistManager manager{system, updates};
     Setting acquisition{"acquisition", PersistDomain::JOB, &MakeSettingGroup<AcquisitionSettings>, manager};

@@ -111,7 +111,8 @@ void AddStorageLimits(CLI::App& app, StorageLimits& storage)
     };
     addPercent("--storage-warning", storage.warning, "A storage fuller than this is a potential problem");
     addPercent("--storage-limit", storage.blocking, "A storage fuller than this is a blocking problem");
-    app.add_option("--storage-size", storage.size, "Bytes that the data folder may take; 0 for all of its file system")
+    app.add_option("--storage-size", storage.size,
+                   "Bytes that the data folder may take: jobs beyond it are refused; 0 for all of its file system")
         ->type_name("N")
         ->check(&RefuseNegative)
         ->capture_default_str()

@@ -23,7 +23,7 @@ enum class ExitCode : int
     Unsaved = 5,  ///< State could not be saved at the end.
 };
 
-/// From when on a full storage is a problem.
+/// What the storage may take, and from when on a full one is a problem.
 struct StorageLimits
 {
     std::uint32_t warning = 90;   ///< Above this many percent it may become one.

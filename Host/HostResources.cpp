@@ -24,7 +24,7 @@ HostResources::HostResources(VxRest::ResourceRouter& router, const std::vector<S
                              const AutoSaveWatch& watch, const HostHealth& health)
     : router_(router),
       settingsLinks_(Paths(settings)),
-      status_(std::move(facts), manager, watch, health),
+      status_(facts, manager, watch, health),
       prometheus_(health),
       root_({"/health", "/jobs", "/logs", "/metrics", "/metrics/prometheus", "/notifications", "/problems", "/settings",
              "/status"})

@@ -19,19 +19,6 @@ namespace
 namespace fs = std::filesystem;
 using VxCommon::PersistDomain;
 
-std::uintmax_t SizeOfFiles(const fs::path& folder)
-{
-    std::uintmax_t size = 0;
-    std::error_code error;
-    for (fs::recursive_directory_iterator at(folder, error), end; !error && at != end; at.increment(error)) {
-        std::error_code gone;
-        if (const std::uintmax_t file = at->is_regular_file(gone) ? at->file_size(gone) : 0; !gone) {
-            size += file;
-        }
-    }
-    return size;
-}
-
 constexpr VcProblemSeverity potential = VcProblemSeverity_Potential;
 constexpr VcProblemSeverity blocking = VcProblemSeverity_Blocking;
 
@@ -66,19 +53,6 @@ std::optional<Finding> Tell(const VxCommon::PersistManager& manager,
 }
 
 }  // namespace
-
-double StorageUse(const fs::path& folder, std::uint64_t size)
-{
-    if (size != 0) {
-        return 100.0 * static_cast<double>(SizeOfFiles(folder)) / static_cast<double>(size);
-    }
-    std::error_code error;
-    const fs::space_info space = fs::space(folder, error);
-    // What is free and not available is kept back for the system.
-    const std::uintmax_t used = space.capacity - space.free;
-    const std::uintmax_t usable = used + space.available;
-    return error || usable == 0 ? 0.0 : 100.0 * static_cast<double>(used) / static_cast<double>(usable);
-}
 
 std::vector<std::string> DownInterfaces(const fs::path& folder)
 {
@@ -166,19 +140,13 @@ ProblemSource StartProblems(const VxCommon::PersistManager& manager, StartReport
     };
 }
 
-std::vector<ProblemSource> MakeProblemSources(const HostOptions& options, const VxCommon::PersistManager& manager,
-                                              const AutoSaveWatch& watch, StartReport report)
+std::vector<Finding> NetworkProblems()
 {
-    const auto interfaces = [] {
-        std::vector<Finding> findings;
-        for (const std::string& interface : DownInterfaces()) {
-            findings.push_back({potential, "Network", Text("The interface %s is down.", interface)});
-        }
-        return findings;
-    };
-    return {StorageProblems(options.storage, [folder = options.dataFolder,
-                                              size = options.storage.size] { return StorageUse(folder, size); }),
-            SaveProblems(manager, watch), StartProblems(manager, std::move(report)), interfaces};
+    std::vector<Finding> findings;
+    for (const std::string& interface : DownInterfaces()) {
+        findings.push_back({potential, "Network", Text("The interface %s is down.", interface)});
+    }
+    return findings;
 }
 
 }  // namespace VxHost

@@ -1,7 +1,6 @@
 #pragma once
 // Where the problem checker gets its facts from on a real machine.
 
-#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -17,11 +16,6 @@
 namespace VxHost
 {
 
-/// How full the storage is that holds `folder`, in percent: of `size` bytes the files in the folder take this much, or,
-/// with a size of 0, everything on its file system of what programs may use there. 0 when that cannot be read. Files
-/// may come and go meanwhile.
-double StorageUse(const std::filesystem::path& folder, std::uint64_t size);
-
 /// The network interfaces that are switched on and have no carrier, but for loopback ones, in byte order. `folder` is
 /// where the kernel describes them.
 std::vector<std::string> DownInterfaces(const std::filesystem::path& folder = "/sys/class/net");
@@ -36,8 +30,7 @@ ProblemSource SaveProblems(const VxCommon::PersistManager& manager, const AutoSa
 /// while the factory job runs in its stead. `report` is what LoadState answered.
 ProblemSource StartProblems(const VxCommon::PersistManager& manager, StartReport report);
 
-/// Everything about this host. `manager` and `watch` must outlive the sources.
-std::vector<ProblemSource> MakeProblemSources(const HostOptions& options, const VxCommon::PersistManager& manager,
-                                              const AutoSaveWatch& watch, StartReport report);
+/// Network interfaces that are down.
+std::vector<Finding> NetworkProblems();
 
 }  // namespace VxHost

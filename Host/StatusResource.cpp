@@ -1,7 +1,6 @@
 #include "StatusResource.h"
 
 #include <string>
-#include <system_error>
 #include <utility>
 
 #include <VxCommon/Logger/VcLogger.h>
@@ -57,13 +56,6 @@ void FillLogs(StatusProperties& status)
     status.logFilterTexts.Fill(VcLogger_FilterCount());
 }
 
-std::uint64_t FreeSpace(const std::filesystem::path& folder)
-{
-    std::error_code error;
-    const std::filesystem::space_info space = std::filesystem::space(folder, error);
-    return error ? 0 : space.available;
-}
-
 }  // namespace
 
 StatusResource::StatusResource(Facts facts, const VxCommon::PersistManager& manager, const AutoSaveWatch& watch,
@@ -78,7 +70,7 @@ nlohmann::json StatusResource::Document(const VxRest::RequestInfo& request, VxRe
     const auto upTime = std::chrono::steady_clock::now() - start_;
     status.upTime.Fill(static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::seconds>(upTime).count()));
     status.nodes.Fill(facts_.nodes);
-    status.freeSpace.Fill(FreeSpace(facts_.dataFolder));
+    status.freeSpace.Fill(facts_.storage.FreeBytes());
     status.globalUnsaved.Fill(watch_.IsWaiting(PersistDomain::GLOBAL));
     status.workspaceUnsaved.Fill(watch_.IsWaiting(PersistDomain::WORKSPACE));
     status.jobUnsaved.Fill(manager_.HasUnsavedChanges(PersistDomain::JOB));

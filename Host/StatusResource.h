@@ -3,7 +3,6 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <filesystem>
 
 #include <VxApi/Params.h>
 #include <VxCommon/Persistence/PersistManager.h>
@@ -12,6 +11,7 @@
 
 #include "AutoSaveWatch.h"
 #include "HostHealth.h"
+#include "LimitedStorage.h"
 
 namespace VxHost
 {
@@ -24,11 +24,11 @@ public:
     /// What does not change while the host runs.
     struct Facts
     {
-        std::filesystem::path dataFolder;
+        const LimitedStorage& storage;
         std::uint64_t nodes = 0;
     };
 
-    /// The manager, the watch and the health must outlive the resource.
+    /// The storage, the manager, the watch and the health must outlive the resource.
     StatusResource(Facts facts, const VxCommon::PersistManager& manager, const AutoSaveWatch& watch,
                    const HostHealth& health);
 

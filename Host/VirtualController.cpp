@@ -4,7 +4,6 @@
 #include <utility>
 #include <vector>
 
-#include <TesselLib/DirectoryStorage.h>
 #include <TesselLib/VirtualSystem.h>
 #include <VxApi/Exception.h>
 
@@ -26,7 +25,7 @@ TesselLib::VirtualNodeDescription DescribeNode(std::uint32_t id)
 
 }  // namespace
 
-std::unique_ptr<TesselLib::Storage> OpenDataFolder(const std::filesystem::path& dataFolder)
+std::unique_ptr<TesselLib::DirectoryStorage> OpenDataFolder(const std::filesystem::path& dataFolder)
 {
     std::unique_ptr<TesselLib::DirectoryStorage> storage;
     const Nucleo::Status status = TesselLib::DirectoryStorage::Open(dataFolder, &storage);

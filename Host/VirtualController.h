@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <memory>
 
-#include <TesselLib/Storage.h>
+#include <TesselLib/DirectoryStorage.h>
 #include <VxCommon/TesselSystem/TesselSystem.h>
 
 namespace VxHost
@@ -16,7 +16,7 @@ inline constexpr std::uint32_t LocalNodeId = 100;
 
 /// Opens the storage in `dataFolder`, and locks it for the storage's life. Throws Vx::Exception with ERROR_BUSY when
 /// another process holds the folder.
-std::unique_ptr<TesselLib::Storage> OpenDataFolder(const std::filesystem::path& dataFolder);
+std::unique_ptr<TesselLib::DirectoryStorage> OpenDataFolder(const std::filesystem::path& dataFolder);
 
 /// Builds the system for an application of this type: the local node keeps its files in `storage`, the
 /// `simulatedNodes` others have none.

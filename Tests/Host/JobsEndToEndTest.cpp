@@ -90,6 +90,39 @@ TEST(JobsEndToEndTest, RequestsAreAnsweredAsPromised)
     EXPECT_EQ(client.Get(created.Header("Location")).Json().at("jobName"), "a b%ü");
 }
 
+TEST(JobsEndToEndTest, JobsBeyondTheSizeOfTheFolderAreRefused)
+{
+    const TemporaryFolder folder;
+    HostProcess host(folder.Path() / "data", {"--storage-size", "60000"});
+    const auto free = [&] { return host.Get("/status").Json().at("freeSpace").get<std::size_t>(); };
+    const auto upload = [&](const std::string& name, std::size_t size) {
+        return host.Request("POST", "/jobs/files?name=" + name, std::string(size, 'x'),
+                            {{"Content-Type", "application/octet-stream"}});
+    };
+    host.WaitUntilSaved();
+    ASSERT_EQ(host.Post("/jobs/commands/save", R"({"name":"s"})").status, 204);
+    EXPECT_LT(free(), 60000U);
+    const HttpReply refused = upload("large", 60001);
+    EXPECT_EQ(refused.status, 507);
+    EXPECT_THAT(refused.Json().at("detail").get<std::string>(), HasSubstr("'large.vpjob' cannot be written: no space"));
+    // What was kept to be written over is free again once it has been.
+    for (int i = 0; i < 3 && free() > 0; ++i) {
+        EXPECT_EQ(upload("fill" + std::to_string(i), free()).status, 201);
+    }
+    EXPECT_EQ(free(), 0U);
+    EXPECT_EQ(upload("more", 1).status, 507);
+    EXPECT_EQ(host.Post("/jobs/commands/save", R"({"name":"t"})").status, 507);
+    EXPECT_EQ(host.Post("/jobs/commands/copy", R"({"sourceName":"s","destName":"t"})").status, 507);
+    for (const char* name : {"large", "more", "t"}) {
+        EXPECT_FALSE(std::filesystem::exists(folder.Path() / "data/user" / (name + ".vpjob"s)));
+    }
+    EXPECT_EQ(host.Request("PATCH", "/settings/layout", R"({"zoom":150})").status, 204);
+    host.WaitUntilSaved();
+    EXPECT_EQ(host.Post("/jobs/commands/setDefault", R"({"name":"s"})").status, 204);
+    EXPECT_EQ(host.Request("DELETE", "/jobs/files/fill0").status, 204);
+    EXPECT_EQ(host.Post("/jobs/commands/save", R"({"name":"t"})").status, 204);
+}
+
 TEST(JobsEndToEndTest, NamesThatWouldEscapeOrAliasAreRefusedEverywhere)
 {
     const TemporaryFolder folder;

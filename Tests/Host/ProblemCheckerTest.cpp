@@ -162,20 +162,5 @@ TEST(ProblemFactsTest, InterfacesThatAreUpWithoutCarrierAreDown)
     EXPECT_THAT(VxHost::DownInterfaces(folder.Path() / "missing"), IsEmpty());
 }
 
-TEST(ProblemFactsTest, StorageIsTheFileSystemsOrWhatTheFolderMayTake)
-{
-    const TemporaryFolder folder;
-    fs::create_directory(folder.Path() / "user");
-    for (const char* name : {"a", "user/b"}) {
-        std::ofstream(folder.Path() / name) << std::string(300, 'x');
-    }
-    EXPECT_DOUBLE_EQ(VxHost::StorageUse(folder.Path(), 800), 75.0);
-    const double ofAll = VxHost::StorageUse(folder.Path(), 0);
-    EXPECT_GT(ofAll, 0.0);
-    EXPECT_LE(ofAll, 100.0);
-    EXPECT_EQ(VxHost::StorageUse(folder.Path() / "missing", 0), 0.0);
-    EXPECT_EQ(VxHost::StorageUse(folder.Path() / "missing", 800), 0.0);
-}
-
 }  // namespace
 }  // namespace VxHostTest
