@@ -19,7 +19,7 @@ struct HttpServerOptions
 {
     std::string address = "127.0.0.1";  ///< IP address to listen on; any but loopback needs a token.
     std::uint16_t port = 8080;          ///< 0: one that the system chooses, see HttpServer::Port.
-    std::string token;                  ///< Bearer token that guards everything, in visible ASCII; empty: none.
+    std::string token{};                ///< Bearer token that guards everything, in visible ASCII; empty: none.
 
     std::size_t headerBytes = 8 * 1024;
     std::size_t headerFields = 64;
