@@ -16,13 +16,13 @@ namespace
 
 constexpr int maxFrames = 32;
 
-std::vector<void*> BackTrace()
+// A function of its own in every build, so that the first two frames are always it and the exception's constructor.
+[[gnu::noinline]] std::vector<void*> BackTrace()
 {
     void* frames[maxFrames];
     const int count = backtrace(frames, maxFrames);
-    // The first two frames are this function and the exception's constructor.
     const int skipped = count < 2 ? count : 2;
-    return {frames + skipped, frames + count};
+    return std::vector<void*>(frames + skipped, frames + count);  // Braces would list two frames.
 }
 
 std::string Words(Nucleo::Status status, const std::string& message)

@@ -1,3 +1,6 @@
+#include <cerrno>
+#include <sstream>
+
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
@@ -50,6 +53,22 @@ TEST(ExceptionTest, NamesThePlaceThatThrewAlikeOnEveryCompiler)
 
     EXPECT_EQ(VxTestSupport::Caught(&Outer::Free)->Function(), "Other::Name");
     EXPECT_EQ(Outer::Thrower()(1).function, "Outer::Thrower::operator()");
+}
+
+[[noreturn, gnu::noinline]] void ThrowFromHere(const void** caller)
+{
+    *caller = __builtin_return_address(0);
+    VX_THROW(ERROR_IO);
+}
+
+TEST(ExceptionTest, TheBackTraceNamesTheModulesAndPlacesThatLedToTheThrow)
+{
+    const void* caller = nullptr;
+    const VxTestSupport::ScopedLogCapture log;
+    VxTestSupport::Caught([&caller] { ThrowFromHere(&caller); })->Log(VX_HERE);
+    std::ostringstream place;
+    place << program_invocation_short_name << ".*\\[" << caller << "\\]";
+    EXPECT_THAT(log.Texts(), testing::Contains(testing::ContainsRegex("E   #[0-3] .*" + place.str())));
 }
 
 TEST(ExceptionTest, AnyExceptionBecomesAStatus)
