@@ -3,11 +3,14 @@
 #include <malloc.h>
 
 #include <atomic>
+#include <bit>
 #include <cstring>
+#include <functional>
 #include <limits>
 #include <string>
 #include <thread>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -33,12 +36,18 @@ namespace
 {
 
 std::atomic<std::size_t> heapAllocations{0};  // From the general heap, by this program.
+// Called before each of this thread, but not from inside itself.
+thread_local const std::function<void()>* beforeAllocation = nullptr;
 
 }  // namespace
 
 void VxTestSupport::OnAllocation()
 {
     ++heapAllocations;
+    if (const auto* call = std::exchange(beforeAllocation, nullptr)) {
+        (*call)();
+        beforeAllocation = call;
+    }
 }
 
 namespace
@@ -91,13 +100,25 @@ TEST_F(VcLoggerTest, ThereIsOneInstance)
     EXPECT_EQ(VcLogger_RenderPrivate(nullptr), OK);
     EXPECT_EQ(VcLogger_ClearPublicLogAndFilter(), OK);
 
+    // The page that the host has set is its own, before a logger that cannot be made and under one that could.
+    const VrPrivateLogFx hosts = [](Nucleo::Stream*) { return OK; };
+    VrPrivateLogFx shown = nullptr;
     VxTestSupport::SweepFailures([&](VxTestSupport::FailingAllocator& allocator) {
+        ASSERT_EQ(VrHttpServer_SetPrivateLogHandler(hosts, nullptr), OK);
         const Nucleo::Status status = VcLogger_Construct(&second, 8, 0, &allocator);
         EXPECT_EQ(status, allocator.Failed() ? ERROR_MEMORY : OK);
+        EXPECT_EQ(VrHttpServer_SetPrivateLogHandler(hosts, &shown), OK);
+        EXPECT_EQ(shown, status == OK ? &VcLogger_RenderPrivate : hosts);
         EXPECT_EQ(VcLogger_Instance(), second);
         EXPECT_EQ(second == nullptr, status != OK);
         EXPECT_EQ(Nucleo::Destroy(second), OK);
+        EXPECT_EQ(VrHttpServer_SetPrivateLogHandler(nullptr, &shown), OK);
+        EXPECT_EQ(shown, hosts);
     });
+    ASSERT_EQ(VcLogger_Construct(logger.Receive(), 7, 0, nullptr), OK);
+    logger = Handle<VcLogger>();
+    EXPECT_EQ(VrHttpServer_SetPrivateLogHandler(nullptr, &shown), OK);
+    EXPECT_EQ(shown, nullptr);
 }
 
 TEST_F(VcLoggerTest, StampsMessagesWithTheScaledTimerSinceItsOrigin)
@@ -123,10 +144,28 @@ TEST_F(VcLoggerTest, RuntimeRecordsReachTheRingsWhileTheHandlerIsInstalled)
     Vx::Logging::Public(Vx::Logging::Level::Error, "Source", "public");
     VcLogger_EnablePrivateLogging(0);
     Vx::Logging::Public(Vx::Logging::Level::Error, "Source", "public alone");
+    Vx::Logging::Public(Vx::Logging::Level::Error, "Source", "public alone");  // Nothing filters.
     EXPECT_EQ(VcLogger_RemoveLogHandler(), OK);
     Vx::Logging::Public(Vx::Logging::Level::Error, "Source", "nobody");
     EXPECT_THAT(Texts(VcLogger_PrivateLog()), ElementsAre("private 1", "public"));
-    EXPECT_THAT(Texts(), ElementsAre("public", "public alone"));
+    EXPECT_THAT(Texts(), ElementsAre("public", "public alone", "public alone"));
+}
+
+TEST_F(VcLoggerTest, ClearingThePublicLogEmptiesItThenTheFiltersAndNothingElse)
+{
+    const auto filters = [](void* receiver, void*, void*) -> Nucleo::Status {
+        *static_cast<std::size_t*>(receiver) = VcLogger_FilterCount();
+        return OK;
+    };
+    VcLogger_EnablePublicMessageFilter(1);
+    ASSERT_EQ(VcLogger_LogCallback(nullptr, {Nucleo::LogOption::Public, 1, 2, "Source", "text"}), OK);
+    std::size_t whileCleared = 0;
+    ASSERT_EQ(VcLog_ChangeEvent(log)->Add(filters, &whileCleared), OK);
+    EXPECT_EQ(VcLogger_ClearPublicLogAndFilter(), OK);
+    EXPECT_EQ(whileCleared, 1U);
+    EXPECT_EQ(VcLogger_FilterCount(), 0U);
+    EXPECT_THAT(Texts(), IsEmpty());
+    EXPECT_THAT(Texts(VcLogger_PrivateLog()), ElementsAre("text"));
 }
 
 TEST_F(VcLoggerTest, FiltersAndCyclesHoldRepetitionsBack)
@@ -251,13 +290,18 @@ TEST_F(VcLoggerTest, WithoutMemoryTheFilterReportsItAndTheEntryStays)
               2);
 }
 
-TEST_F(VcLoggerTest, InACycleThePrivateLogSwallowsThePublicRecord)
+TEST_F(VcLoggerTest, WhileACycleIsOpenANewPublicLineOfAnyThreadReachesThePrivateLogAlone)
 {
+    ASSERT_EQ(VcLogger_AddLogHandler(), OK);
     ASSERT_EQ(VcLogger_BeginLogCycle(), OK);
-    const Nucleo::LogArgs record{Nucleo::LogOption::Public, 1, 2, "Source", "text"};
-    EXPECT_EQ(VcLogger_LogCallback(nullptr, record), OK);
-    EXPECT_THAT(Texts(VcLogger_PrivateLog()), ElementsAre("text"));
+    Vx::Logging::Public(Vx::Logging::Level::Error, "Source", "of this thread");
+    std::thread([] { Vx::Logging::Public(Vx::Logging::Level::Error, "Source", "of another"); }).join();
+    EXPECT_THAT(Texts(VcLogger_PrivateLog()), ElementsAre("of this thread", "of another"));
     EXPECT_THAT(Texts(), IsEmpty());
+    ASSERT_EQ(VcLogger_EndLogCycle(), OK);
+    Vx::Logging::Public(Vx::Logging::Level::Error, "Source", "of another");
+    EXPECT_EQ(VcLogger_RemoveLogHandler(), OK);
+    EXPECT_THAT(Texts(), ElementsAre("of another"));
 }
 
 TEST_F(VcLoggerTest, WhatCouldNotBeInsertedIsNotRemembered)
@@ -285,6 +329,7 @@ TEST_F(VcLoggerTest, ReadsFormats)
         {"%2$s %1$d", {text, i32}},
         {"%5.2f|%-8s|%+d|% d|%#x|%05u", {f64, text, i32, i32, i32, u32}},
         {"%1$-5d%3$08.3g", {i32, f64}},
+        {"%-f%-+f%+-5.2f", {f64, i32, i32}},  // One flag at most
         {"%hhu %llu %hu %lu %I32u %I64u %Iu %qu %lf", {i64, i64, i32, i32, i32, i64, i32, i64, i32}},
         {"%a%A%e%E%F%G%c%o%x%p%i", {f64, f64, f64, f64, f64, f64, character, u32, i32, i32, i32}},
         {"%d %", {i32}},
@@ -319,13 +364,12 @@ TEST_F(VcLoggerTest, AttachesTheArgumentsOfAStructuredMessage)
     const std::string longText(300, 'x');
     EXPECT_EQ(Logf(1, "%2$s is %1$d of %llu, %c%c, %g", "it", -5, std::uint64_t{1} << 40, 'o', 'k', 0.5), OK);
     EXPECT_EQ(Logf(1, "%s", longText), OK);
-    EXPECT_EQ(Logf(1, "%lf %d", 1.0, std::int64_t{1} << 32 | 3), OK);  // "%lf" reads 32 bits of the slot.
-    EXPECT_EQ(Logf(1, "%s %d %s", 17, "text"), OK);                    // No slot is followed that holds no text.
+    EXPECT_EQ(Logf(1, "%s", longText.substr(0, 253) + "\u20ac"), OK);  // Cut in front of the last character.
     EXPECT_EQ(Logf(0, "%d of %s%c", 1, "two", '\0'), OK);
-    EXPECT_THAT(Texts(),
-                ElementsAre("%2$s is %1$d of %llu, %c%c, %g|string:it|i32:-5|i64:1099511627776|char:o|char:k|f64:0.5",
-                            "%s|string:" + std::string(255, 'x'), "%lf %d|i32:0|i32:3",
-                            "%s %d %s|string:(?)|i32:(?)|string:(?)", "1 of two"));
+    EXPECT_THAT(
+        Texts(),
+        ElementsAre("%2$s is %1$d of %llu, %c%c, %g|string:it|i32:-5|i64:1099511627776|char:o|char:k|f64:0.5",
+                    "%s|string:" + longText.substr(0, 255), "%s|string:" + longText.substr(0, 253), "1 of two"));
 
     ASSERT_EQ(VcLogger_ClearPublicLogAndFilter(), OK);
     const Nucleo::LogArgs record{1, 2, 3, "Source", "%d %c"};
@@ -340,6 +384,31 @@ TEST_F(VcLoggerTest, AttachesTheArgumentsOfAStructuredMessage)
     EXPECT_EQ(VcLogger_FormatArg(&cursor, &Nucleo::StringType, buffer, sizeof buffer), OK);
     EXPECT_STREQ(buffer, "tex");
     EXPECT_EQ(VcLogger_FormatArg(&cursor, &Nucleo::Float32Type, buffer, sizeof buffer), ERROR_PARAMETER);
+}
+
+TEST_F(VcLoggerTest, PrintsAndAttachesEachPairOfSpecifierAndArgument)
+{
+    const auto shown = [&](const char* format, const auto&... args) {
+        EXPECT_EQ(VcLogger_ClearPublicLogAndFilter(), OK);
+        EXPECT_EQ(Logf(0, format, args...), OK);
+        EXPECT_EQ(Logf(1, format, args...), OK);
+        const std::vector<std::string> texts = Texts();
+        return texts[0] + texts[1].substr(std::strlen(format));
+    };
+    for (const char* number : {"%d|i32", "%u|u32", "%lld|i64", "%f|f64", "%c|char"}) {
+        const std::string format(number, std::strchr(number, '|'));
+        EXPECT_EQ(shown(format.c_str(), "text"), "(?)" + std::string(number).substr(format.size()) + ":(?)");
+    }
+    EXPECT_EQ(shown("%s", 17), "(?)|string:(?)");  // No slot is followed that holds no text.
+    EXPECT_EQ(shown("%s", 1.5), "(?)|string:(?)");
+    EXPECT_EQ(shown("%s", static_cast<const char*>(nullptr)), "(null)|string:(null)");
+    EXPECT_EQ(shown("%d"), "(?)|i32:(?)");
+    // Where what is attached differs from what is printed.
+    EXPECT_EQ(shown("%04x %.1f", 255, 2.5), "00ff 2.5|i32:255|f64:2.5");
+    EXPECT_EQ(shown("%d %hhd", std::int64_t{1} << 32 | 3, 257), "3 1|i32:3|i64:257");
+    EXPECT_EQ(shown("%lf %-+f", 1.0, 2.0), "1.000000 +2.000000|i32:0|i32:0");
+    EXPECT_EQ(shown("%d %f", 1 + 0x1p-20, std::bit_cast<std::int64_t>(2.5)), "(?) (?)|i32:0|f64:2.5");
+    EXPECT_EQ(shown("%p %5%", 7, 8), "(?) %|i32:7|i32:8");
 }
 
 TEST_F(VcLoggerTest, ArgumentsGoToTheirOwnMessageWhateverListenersDo)
@@ -400,6 +469,11 @@ TEST_F(VcLoggerTest, TextsThatDoNotFitAreRefusedWhole)
     EXPECT_EQ(Logf(0, (most + "x").c_str()), ERROR_CAPACITY);
     EXPECT_EQ(Logf(0, ("%1$s" + most.substr(3)).c_str(), "x"), OK);  // 510 characters without the marker
     EXPECT_EQ(VcLog_Count(log), 2U);
+    // A "%" in front of a marker is a specifier of its own, whether or not the format is short enough to be kept.
+    for (const std::size_t zeros : {1U, 600U}) {
+        EXPECT_EQ(Logf(0, ("%" + std::string(zeros, '0') + "$d % %1$d").c_str(), 7), OK);
+        EXPECT_EQ(Texts().back(), "7 %1$d");
+    }
     char buffer[8];
     const Vx::Locker locker = VcLogger_GetLock();
     EXPECT_EQ(VcLogger_MakeLogText("%1$d-%2$s", MakeFormatArgs(12, "abc"), buffer, sizeof buffer), OK);
@@ -444,23 +518,59 @@ TEST_F(VcLoggerTest, XmlIsWellFormedWhateverIsLogged)
     VxTestSupport::ScopedClock clock;
     clock.SetTimer(5);
     log = VcLogger_PrivateLog();
-    ASSERT_EQ(VcLogger_LogfImpl(logger.Get(), log, 1, VcLogMsgType_Error, 0, "<\"\x01\xff&%d%s%f%u%c",
-                                MakeFormatArgs(1, "</Log>\x80", 2.5, 3U, 'c')),
-              OK);
+    ASSERT_EQ(VcLogger_LogImpl(logger.Get(), log, VcLogMsgType_Error, 0, "<\"\x01\xff&"), OK);
+    for (const Nucleo::Type* type : {&Nucleo::Int32Type, &Nucleo::UInt32Type, &Nucleo::Int64Type, &Nucleo::UInt64Type,
+                                     &Nucleo::Float32Type, &Nucleo::Float64Type, &Nucleo::CharType}) {
+        ASSERT_EQ(VcLog_AddArgument(log, type->name, type), OK);
+    }
+    ASSERT_EQ(VcLog_AddArgument(log, "</Log>\x80", &Nucleo::StringType), OK);
     Nucleo::XmlDocument document;
     document.CreateRoot("Root");
     ASSERT_EQ(VcLogger_GenerateXML(0, &document, 0, 1), OK);
-    Nucleo::XmlDocument back;
-    ASSERT_EQ(back.Parse(document.ToText()), OK);
-    const Nucleo::XmlNode entry = back.Child(back.Child(back.Root(), "Log"), "Error");
-    EXPECT_EQ(back.Attribute(entry, "time"), "5");
-    EXPECT_EQ(back.Attribute(entry, "source"), "7");
-    EXPECT_EQ(back.Attribute(entry, "value"), "<\"\xEF\xBF\xBD\xEF\xBF\xBD&%d%s%f%u%c");
-    std::string arguments;
-    for (const Nucleo::XmlNode argument : back.Children(entry)) {
-        arguments += back.Name(argument) + "=" + back.Attribute(argument, "value").value_or("?") + " ";
+    EXPECT_EQ(document.ToText(), R"(<?xml version="1.0" encoding="UTF-8"?>
+<Root>
+  <Log idStart="1" idEnd="1">
+    <Error time="5" source="7" id="1" value="&lt;&quot;��&amp;">
+      <IntArg value="i32" />
+      <IntArg value="u32" />
+      <IntArg value="i64" />
+      <IntArg value="u64" />
+      <FloatArg value="f32" />
+      <FloatArg value="f64" />
+      <Arg value="char" />
+      <Arg value="&lt;/Log>�" />
+    </Error>
+  </Log>
+</Root>
+)");
+}
+
+TEST_F(VcLoggerTest, XmlIsMadeOfACopyWhileOthersLogAndClear)
+{
+    const std::string text(100, 'x');  // Each takes memory when it is set.
+    for (int i = 0; i < 5; ++i) {
+        ASSERT_EQ(Logf(1, (text + "%s").c_str(), text), OK);
     }
-    EXPECT_EQ(arguments, "IntArg=1 Arg=</Log>\xEF\xBF\xBD FloatArg=2.5 IntArg=3 Arg=c ");
+    int between = 0;
+    Nucleo::XmlDocument document;
+    document.CreateRoot("Root");
+    const std::function<void()> clear = [&] {
+        std::thread([&] {
+            if (logger->lock.TryEnter()) {
+                ++between;
+                VcLog_Clear(log);
+                logger->lock.Leave();
+            }
+        }).join();
+    };
+    beforeAllocation = &clear;
+    const Nucleo::Status status = VcLogger_GenerateXML(1, &document, 2, 4);
+    beforeAllocation = nullptr;
+    EXPECT_EQ(status, OK);
+    EXPECT_GE(between, 6);
+    const std::string entry = "value=\"" + text + "%s\">\n      <Arg value=\"" + text + "\" />";
+    EXPECT_THAT(document.ToText(), testing::HasSubstr("<Log idStart=\"2\" idEnd=\"4\">"));
+    EXPECT_THAT(document.ToText(), testing::ContainsRegex("(id=\"[234]\" " + entry + "[^v]*){3}"));
 }
 
 TEST_F(VcLoggerTest, LinesOfLibraryUsers)

@@ -44,6 +44,7 @@ struct VcLogger final : Nucleo::Object
     std::uint32_t inCycle = 0;
     std::uint32_t privateLoggingEnabled = 1;
     char formatBuffer[TextCapacity] = {};
+    std::uint32_t showsPage = 0;  ///< The HTTP server's private-log page was set to the private log.
 };
 
 extern "C" {
@@ -52,7 +53,8 @@ extern "C" {
 
 /// Makes the one instance. `timeOrigin` is in microseconds of the platform timer (Nucleo::Timer_Scale). A null
 /// allocator is the default one. ERROR_ALREADY_EXISTS when there is an instance, which stays and keeps working;
-/// ERROR_PARAMETER when the allocator cannot hold objects. The private log becomes the HTTP server's private-log page.
+/// ERROR_PARAMETER when the allocator cannot hold objects. The private log becomes the HTTP server's private-log page
+/// until the instance is released; a page that the host sets meanwhile stays.
 VXCOMMON_API Nucleo::Status VcLogger_Construct(VcLogger** logger, std::uint32_t sourceId, std::uint64_t timeOrigin,
                                                Nucleo::Allocator* allocator);
 
@@ -97,9 +99,10 @@ VXCOMMON_API Nucleo::Status VcLogger_LogImplLogArgs(VcLogger* logger, VcLog* log
                                                     const Nucleo::LogArgs* logArgs);
 
 /// A printf-style format with its arguments. Positional markers ("2$") are passed over: arguments are taken in order.
-/// With `structured` the entry's text is the format and its arguments are attached to it, each cut to 255 bytes;
-/// otherwise it is the printed text. ERROR_STATE when a listener dropped the entry before its arguments were attached,
-/// ERROR_CAPACITY when the stripped format or the printed text has 512 bytes or more.
+/// With `structured` the entry's text is the format and its arguments are attached to it as VcLogger_FormatArg writes
+/// them, texts cut at 255 bytes or at the character before; otherwise it is the printed text. ERROR_STATE when a
+/// listener dropped the entry before its arguments were attached, ERROR_CAPACITY when the stripped format or the
+/// printed text has 512 bytes or more.
 VXCOMMON_API Nucleo::Status VcLogger_LogfImpl(VcLogger* logger, VcLog* log, std::uint32_t structured, VcLogMsgType type,
                                               std::uint32_t publicFilter, const char* format,
                                               const Nucleo::FormatArgs& args);
@@ -139,7 +142,8 @@ VXCOMMON_API Nucleo::Status VcLogger_RenderPrivate(Nucleo::Stream* stream);
 VXCOMMON_API Nucleo::Status VcLogger_RenderPublic(Nucleo::Stream* stream);
 
 /// Adds an element "Log" with the entries of the ids `startId` to `endId` under the document's root. Ids outside the
-/// ring are moved to its ends; the largest `endId` means "to the newest". ERROR_STATE when the document has no root.
+/// ring are moved to its ends; the largest `endId` means "to the newest". The logger's lock is held while the entries
+/// are copied and not while elements are made of them. ERROR_STATE when the document has no root, ERROR_MEMORY.
 VXCOMMON_API Nucleo::Status VcLogger_GenerateXML(std::uint32_t isPublic, Nucleo::XmlDocument* document,
                                                  std::uint64_t startId, std::uint64_t endId);
 
@@ -156,9 +160,17 @@ VXCOMMON_API Nucleo::Status VcLogger_ParseSpecificer(const char** cursor, const 
 /// Reads the length modifier and conversion at `*cursor`. ERROR_PARAMETER at the end of the text.
 VXCOMMON_API Nucleo::Status VcLogger_ParseSpecType(const char** cursor, const Nucleo::Type** argType);
 
-/// Writes the next argument as text. A text is cut to `capacity`; a slot that does not hold a text where one is
-/// expected, and a missing one, gives "(?)". ERROR_PARAMETER for a type that is none of the printed ones and for a
-/// character with a capacity below 2.
+/// Writes the next argument as text, by the type that was read for its specifier. A text is cut so that it fits with
+/// its NUL, never inside a character. A text where a number is expected, a number where a text is, and a missing
+/// argument give "(?)", here as in the printed text. Otherwise the two may differ:
+/// - Width, precision and flags are printed alone, and so is another base than ten: "%04x" of 255 prints "00ff" and
+///   gives "255" here. Floating-point numbers have their shortest form here.
+/// - Behind a length modifier everything is an integer here, and so is what follows a second flag: "%lf" and "%-+f"
+///   print the number and give the low 32 bits of its slot. "%hhd" prints 8 bits, and here it gives 64.
+/// - A slot of the other kind of number prints "(?)"; here its bits are read as the type says.
+/// - A conversion that nothing prints ("%p") prints "(?)" and gives a 32-bit integer here. A "%" that ends a specifier
+///   which holds anything else ("%5%") prints "%" and takes no argument; here it takes one.
+/// ERROR_PARAMETER for a type that is none of the printed ones and for a character with a capacity below 2.
 VXCOMMON_API Nucleo::Status VcLogger_FormatArg(Nucleo::ArgCursor* argCursor, const Nucleo::Type* argType, char* buffer,
                                                std::size_t capacity);
 

@@ -7,6 +7,8 @@
 #include <cstring>
 #include <string_view>
 
+#include <Nucleo/Utf8.h>
+
 using namespace Nucleo::Statuses;
 using Nucleo::Status;
 
@@ -68,7 +70,7 @@ const Nucleo::Type& ConversionType(char conversion)
 Status CopyCut(std::string_view text, char* buffer, std::size_t capacity)
 {
     if (capacity > 0) {
-        buffer[text.copy(buffer, capacity - 1)] = '\0';
+        buffer[text.copy(buffer, Nucleo::WholeCharacters(text, capacity - 1))] = '\0';
     }
     return OK;
 }

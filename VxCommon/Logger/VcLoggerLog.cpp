@@ -78,16 +78,14 @@ Status AttachArguments(VcLog& log, std::uint32_t id, const char* format, const N
     return OK;
 }
 
-/// Prints `format`, which takes no notice of positional markers. Without them it has to fit into `stripped`.
+/// Prints `format`, which takes no notice of positional markers. Without them it has to fit into `stripped`; it is
+/// printed with them all the same, so that what it prints does not depend on its length.
 Status PrintText(const char* format, const Nucleo::FormatArgs& args, char (&stripped)[VcLogger::TextCapacity],
                  char* buffer, std::size_t capacity, std::size_t* length)
 {
     const std::string_view whole(format);
-    if (whole.size() >= sizeof stripped) {
-        if (!Vx::Logging::StripPositionalParameters(format, stripped, sizeof stripped)) {
-            return ERROR_CAPACITY;
-        }
-        return Nucleo::PrintTo(buffer, capacity, length, stripped, args);
+    if (whole.size() >= sizeof stripped && !Vx::Logging::StripPositionalParameters(format, stripped, sizeof stripped)) {
+        return ERROR_CAPACITY;
     }
     return Nucleo::PrintTo(buffer, capacity, length, whole, args);
 }

@@ -5,6 +5,7 @@
 #include <exception>
 #include <limits>
 #include <new>
+#include <vector>
 
 using namespace Nucleo::Statuses;
 using Nucleo::Status;
@@ -78,7 +79,26 @@ Status AddMessage(const VcLogMsg& msg, Nucleo::XmlDocument& document, XmlNode pa
     return status;
 }
 
-Status AddLog(const VcLog& log, Nucleo::XmlDocument& document, std::uint64_t startId, std::uint64_t endId)
+/// A range of entries, taken out of the ring so that the lock is not held while it is shown.
+struct Range
+{
+    std::uint64_t firstId = 0;
+    std::uint64_t lastId = 0;
+    std::vector<Nucleo::Handle<VcLogMsg>> entries;
+};
+
+Status Copy(const VcLogMsg& msg, Nucleo::Handle<VcLogMsg>& copy)
+{
+    Status status =
+        VcLogMsg_Construct(copy.Receive(), msg.sourceId, msg.id, msg.timestamp, msg.type, msg.text, nullptr);
+    for (const VcLogMsgArg* arg = msg.firstArg; arg != nullptr && status == OK; arg = arg->next) {
+        status = VcLogMsg_AddArgument(copy.Get(), arg->text, arg->type);
+    }
+    return status;
+}
+
+/// The caller holds the ring's lock.
+Status CopyRange(const VcLog& log, std::uint64_t startId, std::uint64_t endId, Range& range)
 {
     const std::uint64_t first = VcLog_FirstId(&log);
     const std::uint64_t count = VcLog_Count(&log);
@@ -87,16 +107,30 @@ Status AddLog(const VcLog& log, Nucleo::XmlDocument& document, std::uint64_t sta
     if (endId != std::numeric_limits<std::uint64_t>::max() && endId + 1 - first < count) {
         endIndex = endId + 1 - first;  // Unsigned: an id before the ring's wraps, and then means its end.
     }
+    range.firstId = startIndex + first;
+    range.lastId = endIndex - 1 + first;
+    if (startIndex < endIndex) {
+        range.entries.resize(endIndex - startIndex);
+    }
+    Status status = OK;
+    for (std::size_t i = 0; i < range.entries.size() && status == OK; ++i) {
+        status = Copy(*VcLog_At(&log, startIndex + i), range.entries[i]);
+    }
+    return status;
+}
+
+Status AddRange(const Range& range, Nucleo::XmlDocument& document)
+{
     Status status = OK;
     const XmlNode element = AddElement(document, document.Root(), "Log", &status);
     if (status == OK) {
-        status = SetNumber(document, element, "idStart", static_cast<std::int64_t>(startIndex + first));
+        status = SetNumber(document, element, "idStart", static_cast<std::int64_t>(range.firstId));
     }
     if (status == OK) {
-        status = SetNumber(document, element, "idEnd", static_cast<std::int64_t>(endIndex - 1 + first));
+        status = SetNumber(document, element, "idEnd", static_cast<std::int64_t>(range.lastId));
     }
-    for (std::uint64_t i = startIndex; i < endIndex && status == OK; ++i) {
-        status = VcLogger_GenerateXMLForLogMsg(VcLog_At(&log, i), &document, element);
+    for (std::size_t i = 0; i < range.entries.size() && status == OK; ++i) {
+        status = AddMessage(*range.entries[i], document, element);
     }
     return status;
 }
@@ -119,10 +153,16 @@ Status Guarded(Action action)
 Status VcLogger_GenerateXML(std::uint32_t isPublic, Nucleo::XmlDocument* document, std::uint64_t startId,
                             std::uint64_t endId)
 {
-    VcLogger& logger = *VcLogger_Instance();
-    const Vx::Locker locker(logger.lock);
-    const VcLog& log = isPublic != 0 ? *logger.publicLog : *logger.privateLog;
-    return Guarded([&] { return AddLog(log, *document, startId, endId); });
+    return Guarded([&] {
+        Range range;
+        Status status = OK;
+        {
+            VcLogger& logger = *VcLogger_Instance();
+            const Vx::Locker locker(logger.lock);
+            status = CopyRange(isPublic != 0 ? *logger.publicLog : *logger.privateLog, startId, endId, range);
+        }
+        return status == OK ? AddRange(range, *document) : status;
+    });
 }
 
 Status VcLogger_GenerateXMLForLogMsg(const VcLogMsg* msg, Nucleo::XmlDocument* document, XmlNode parent)

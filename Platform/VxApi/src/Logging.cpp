@@ -3,6 +3,7 @@
 #include <utility>
 
 #include <Nucleo/Clock.h>
+#include <Nucleo/Utf8.h>
 #include <VxApi/Logging.h>
 
 namespace Vx::Logging
@@ -41,7 +42,7 @@ public:
     void Add(std::string_view characters)
     {
         const bool fits = characters.size() <= room_;
-        AddWhole(fits ? characters : characters.substr(0, CharactersEnd(characters, room_)));
+        AddWhole(characters.substr(0, Nucleo::WholeCharacters(characters, room_)));
         room_ = fits ? room_ : 0;
     }
 
@@ -58,17 +59,6 @@ public:
     }
 
 private:
-    /// The last end of a UTF-8 character at or before `limit`, which is below the length of `text`.
-    static std::size_t CharactersEnd(std::string_view text, std::size_t limit)
-    {
-        const auto byte = [text](std::size_t index) { return static_cast<unsigned char>(text[index]); };
-        std::size_t end = limit;
-        while (end > 0 && limit - end < 3 && (byte(end) & 0xC0U) == 0x80) {
-            --end;
-        }
-        return byte(end) >= 0xC0 ? end : limit;  // Bytes that are no UTF-8 are cut anywhere.
-    }
-
     char* at_;
     std::size_t room_;  // Without the NUL.
 };
