@@ -1,4 +1,4 @@
-#include <atomic>
+#include <future>
 #include <thread>
 #include <tuple>
 
@@ -9,6 +9,7 @@
 #include <Nucleo/Path.h>
 #include <Nucleo/Status.h>
 #include <Nucleo/Stream.h>
+#include <VxTestSupport/Gate.h>
 
 using namespace Nucleo::Statuses;
 
@@ -132,27 +133,24 @@ TEST(LogHandlerTest, RemovalWaitsForOtherThreadsButNotForItself)
     EXPECT_EQ(self.calls, 1);
     EXPECT_EQ(Nucleo::Log_RemoveHandler(&SelfRemoving::Handle, &self), ERROR_NOT_FOUND);
 
-    struct Slow
-    {
-        std::atomic<bool> entered{false};
-        std::atomic<bool> left{false};
-        static Nucleo::Status Handle(void* receiver, const Nucleo::LogArgs&)
-        {
-            auto& slow = *static_cast<Slow*>(receiver);
-            slow.entered = true;
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-            slow.left = true;
-            return OK;
-        }
-    } slow;
-    ASSERT_EQ(Nucleo::Log_AddHandler(&Slow::Handle, &slow), OK);
+    VxTestSupport::Gate held;
+    const auto pass = [](void* receiver, const Nucleo::LogArgs&) {
+        static_cast<VxTestSupport::Gate*>(receiver)->Pass();
+        return OK;
+    };
+    ASSERT_EQ(Nucleo::Log_AddHandler(pass, &held), OK);
     std::thread writer([&] { Nucleo::Log_Write(record); });
-    while (!slow.entered) {
-        std::this_thread::yield();
-    }
-    EXPECT_EQ(Nucleo::Log_RemoveHandler(&Slow::Handle, &slow), OK);
-    EXPECT_TRUE(slow.left);
+    ASSERT_TRUE(held.entered.Await());
+    auto removed = std::async(std::launch::async, [&] {
+        EXPECT_EQ(Nucleo::Log_RemoveHandler(pass, &held), OK);
+        return held.left.load();
+    });
+    // It can be added afresh as soon as it is out of the list; the call that is running goes on then.
+    EXPECT_TRUE(VxTestSupport::Eventually([&] { return Nucleo::Log_AddHandler(pass, &held) == OK; }));
+    held.open.Set();
+    EXPECT_TRUE(removed.get());
     writer.join();
+    EXPECT_EQ(Nucleo::Log_RemoveHandler(pass, &held), OK);
 }
 
 }  // namespace
