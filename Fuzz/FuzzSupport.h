@@ -4,18 +4,37 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include <Nucleo/Stream.h>
 
 /// Ends the program, which is how a target reports a fault.
-inline void Require(bool condition)
+inline void Require(bool condition, const char* what = "")
 {
     if (!condition) {
+        std::fprintf(stderr, "%s\n", what);
         std::abort();
     }
 }
+
+/// The input as numbers that choose what is done; 0 when it is used up.
+class Choices
+{
+public:
+    Choices(const std::uint8_t* data, std::size_t size) : next_(data), end_(data + size) {}
+
+    bool Empty() const { return next_ == end_; }
+    std::uint8_t Byte() { return next_ != end_ ? *next_++ : std::uint8_t{0}; }
+    std::size_t Word() { return Byte() | std::size_t{Byte()} << 8; }
+    std::string_view Rest() const { return {reinterpret_cast<const char*>(next_), std::size_t(end_ - next_)}; }
+
+private:
+    const std::uint8_t* next_;
+    const std::uint8_t* end_;
+};
 
 /// The input a piece at a time, without a length and without a place in memory.
 class PieceStream final : public Nucleo::Stream

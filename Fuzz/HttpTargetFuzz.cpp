@@ -4,8 +4,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 
@@ -17,19 +15,13 @@
 #include <Server/Target.h>
 #include <VxRest/Path.h>
 
+#include "FuzzSupport.h"
+
 namespace
 {
 
 using namespace VxRest;
 using namespace VxRest::Http;
-
-void Require(bool holds, const char* what)
-{
-    if (!holds) {
-        std::fprintf(stderr, "%s\n", what);
-        std::abort();
-    }
-}
 
 std::string_view TakeLine(std::string_view& rest)
 {

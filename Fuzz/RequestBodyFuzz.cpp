@@ -3,13 +3,13 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <span>
 #include <string>
 
 #include <Server/Codec.h>
 #include <VxApi/Exception.h>
+
+#include "FuzzSupport.h"
 
 namespace
 {
@@ -17,14 +17,6 @@ namespace
 using namespace VxRest::Http;
 
 constexpr CodecLimits Limits{16, 10'000};
-
-void Require(bool holds, const char* what)
-{
-    if (!holds) {
-        std::fprintf(stderr, "%s\n", what);
-        std::abort();
-    }
-}
 
 std::size_t Depth(const nlohmann::json& value)
 {

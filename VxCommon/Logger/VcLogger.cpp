@@ -15,25 +15,21 @@ namespace
 
 std::atomic<VcLogger*> instance{nullptr};
 
-/// Takes the private log's page back from the HTTP server, but no page that the host has put in its place.
-Status HidePage(VcLogger& logger)
+/// Takes the private log's page back from the HTTP server. What the host shows instead stays.
+Status HidePage()
 {
-    if (logger.showsPage == 0) {
-        return OK;
-    }
     VrPrivateLogFx shown = nullptr;
     Status status = VrHttpServer_SetPrivateLogHandler(nullptr, &shown);
     if (status == OK && shown != nullptr && shown != &VcLogger_RenderPrivate) {
         status = VrHttpServer_SetPrivateLogHandler(shown, nullptr);
     }
-    logger.showsPage = status == OK ? 0 : 1;
     return status;
 }
 
 Status VcLogger_VRelease(Nucleo::Object* object)
 {
     auto& logger = static_cast<VcLogger&>(*object);
-    if (const Status status = HidePage(logger); status != OK) {
+    if (const Status status = HidePage(); status != OK) {
         return status;
     }
     instance = nullptr;  // First: what cannot be released must not be logged to either.
@@ -57,11 +53,7 @@ Status Init(VcLogger& logger, std::uint32_t sourceId, std::uint64_t timeOrigin, 
     if (status == OK) {
         status = VcLog_InitHealthProbe(logger.publicLog, 0, &allocator);
     }
-    if (status == OK) {
-        status = VrHttpServer_SetPrivateLogHandler(&VcLogger_RenderPrivate, nullptr);
-        logger.showsPage = status == OK ? 1 : 0;
-    }
-    return status;
+    return status == OK ? VrHttpServer_SetPrivateLogHandler(&VcLogger_RenderPrivate, nullptr) : status;
 }
 
 Status Render(VcLog* VcLogger::*log, Nucleo::Stream* stream)

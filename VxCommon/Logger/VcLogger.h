@@ -44,7 +44,6 @@ struct VcLogger final : Nucleo::Object
     std::uint32_t inCycle = 0;
     std::uint32_t privateLoggingEnabled = 1;
     char formatBuffer[TextCapacity] = {};
-    std::uint32_t showsPage = 0;  ///< The HTTP server's private-log page was set to the private log.
 };
 
 extern "C" {
