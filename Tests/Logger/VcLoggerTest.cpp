@@ -245,49 +245,42 @@ TEST_F(VcLoggerTest, FormatsAreHeldBackByFormatOrTextAndRememberedByText)
     EXPECT_LT(pages[0]->Length(), pages[1]->Length());
 }
 
-TEST_F(VcLoggerTest, WithoutMemoryTheFilterReportsItAndTheEntryStays)
+TEST_F(VcLoggerTest, WithoutMemoryEachOperationReportsItAndAFilteredEntryStays)
 {
-    const auto sweep = [](const auto& operation) {
-        return VxTestSupport::SweepFailures([&](VxTestSupport::FailingAllocator& allocator) {
+    const std::string text(100, 'x');
+    ASSERT_EQ(Logf(1, "%s", text), OK);
+    Nucleo::XmlDocument document;
+    document.CreateRoot("Root");
+    Handle<Nucleo::String> line;
+    Handle<Nucleo::ArrayList<VcLogMsg*>> list;
+    const std::function<Nucleo::Status()> operations[] = {
+        [&] { return VcLogger_GenerateXML(1, &document, 0, 1); },
+        [&] { return VcLog_FormatLog(line.Receive(), VcLog_At(log, 0)); },
+        [&] { return VcUtils_Logvf(line.Receive(), 1, "%s", MakeFormatArgs(text)); },
+        [&] { return VcLog_CopyEntries(log, list.Receive(), 0); },
+        [&] {
+            logger = Handle<VcLogger>();
+            Nucleo::Status status = VcLogger_Construct(logger.Receive(), 7, 0, nullptr);
+            if (status == OK) {
+                VcLogger_EnablePublicMessageFilter(1);
+                status = VcLogger_LogImpl(logger.Get(), VcLogger_PublicLog(), VcLogMsgType_Info, 1, text.c_str());
+                EXPECT_EQ(VcLog_Count(VcLogger_PublicLog()), 1U);
+                EXPECT_EQ(VcLogger_FilterCount(), status == OK ? 1U : 0U);
+            }
+            logger = Handle<VcLogger>();
+            return status;
+        },
+    };
+    for (const auto& operation : operations) {
+        const int failures = VxTestSupport::SweepFailures([&](VxTestSupport::FailingAllocator& allocator) {
             const VxTestSupport::ScopedDefaultAllocator scoped(allocator);
             const Nucleo::Status status = operation();
             EXPECT_EQ(status, allocator.Failed() ? ERROR_MEMORY : OK);
+            line = Handle<Nucleo::String>();
+            list = Handle<Nucleo::ArrayList<VcLogMsg*>>();
         });
-    };
-    const std::string text(100, 'x');
-    EXPECT_GT(sweep([&] {
-                  logger = Handle<VcLogger>();
-                  Nucleo::Status status = VcLogger_Construct(logger.Receive(), 7, 0, nullptr);
-                  if (status == OK) {
-                      VcLogger_EnablePublicMessageFilter(1);
-                      status = VcLogger_LogImpl(logger.Get(), VcLogger_PublicLog(), VcLogMsgType_Info, 1, text.c_str());
-                      EXPECT_EQ(VcLog_Count(VcLogger_PublicLog()), 1U);
-                      EXPECT_EQ(VcLogger_FilterCount(), status == OK ? 1U : 0U);
-                  }
-                  logger = Handle<VcLogger>();
-                  return status;
-              }),
-              9);
-    Handle<VcLogMsg> msg;
-    ASSERT_EQ(VcLogMsg_Construct(msg.Receive(), 1, 2, 3, VcLogMsgType_Info, text.c_str(), nullptr), OK);
-    EXPECT_GT(sweep([&] {
-                  Handle<Nucleo::String> line;
-                  return VcLog_FormatLog(line.Receive(), msg.Get());
-              }),
-              1);
-    EXPECT_GT(sweep([&] {
-                  Handle<Nucleo::String> line;
-                  return VcUtils_Logvf(line.Receive(), 1, "%s", MakeFormatArgs(text));
-              }),
-              1);
-    Handle<VcLog> ring;
-    ASSERT_EQ(VcLog_Construct(ring.Receive(), 4096, nullptr), OK);
-    ASSERT_EQ(VcLog_Insert(ring.Get(), 1, 2, VcLogMsgType_Info, "text"), OK);
-    EXPECT_EQ(sweep([&] {
-                  Handle<Nucleo::ArrayList<VcLogMsg*>> list;
-                  return VcLog_CopyEntries(ring.Get(), list.Receive(), 0);
-              }),
-              2);
+        EXPECT_GT(failures, 1) << &operation - operations;
+    }
 }
 
 TEST_F(VcLoggerTest, WhileACycleIsOpenANewPublicLineOfAnyThreadReachesThePrivateLogAlone)

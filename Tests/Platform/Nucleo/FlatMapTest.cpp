@@ -15,45 +15,52 @@ namespace
 {
 
 using Map = Nucleo::FlatMap<std::uint64_t, int>;
-using Model = std::vector<std::pair<std::uint64_t, int>>;
+constexpr std::uint64_t keys = 40;
 
-Model::iterator Find(Model& model, std::uint64_t key)
+/// A map and what it must hold, in the order of adding.
+struct ModelledMap
 {
-    return std::find_if(model.begin(), model.end(), [key](const auto& entry) { return entry.first == key; });
-}
+    explicit ModelledMap(FailingAllocator& allocator) : map(allocator) {}
 
-// Adds to both; they agree whether it was there and on its value.
-void Add(Map& map, Model& model, std::uint64_t key, int value)
-{
-    auto entry = Find(model, key);
-    if (entry == model.end()) {
-        entry = model.insert(entry, {key, value});
+    // Both agree whether the key was there and on its value. Only one allocation fails.
+    void Add(std::uint64_t key, int value)
+    {
+        auto entry = std::find_if(model.begin(), model.end(), [key](const auto& held) { return held.first == key; });
+        int* there = nullptr;
+        if (map.Add(key, value, &there) != OK) {
+            ASSERT_EQ(there, nullptr);
+            ASSERT_NO_FATAL_FAILURE(Compare());
+            ASSERT_EQ(map.Add(key, value, &there), OK);
+        }
+        entry = entry == model.end() ? model.insert(entry, {key, value}) : entry;
+        ASSERT_EQ(*there, entry->second);
+        *there = entry->second += 1000;
     }
-    int* there = nullptr;
-    ASSERT_EQ(map.Add(key, value, &there), OK);
-    ASSERT_EQ(*there, entry->second);
-    *there = entry->second += 1000;
-}
 
-void ExpectSame(const Map& map, Model& model, std::uint64_t keys)
-{
-    ASSERT_EQ(map.Count(), model.size());
-    for (std::uint64_t key = 0; key < keys; ++key) {
-        const auto entry = Find(model, key);
-        const int* value = map.Find(key);
-        ASSERT_EQ(value != nullptr, entry != model.end()) << key;
-        ASSERT_TRUE(value == nullptr || *value == entry->second) << key;
+    void Compare() const
+    {
+        ASSERT_EQ(map.Count(), model.size());
+        int found = 0;
+        for (std::uint64_t key = 0; key < keys; ++key) {
+            found += map.Find(key) != nullptr ? 1 : 0;
+        }
+        ASSERT_EQ(found, model.size());
+        for (const auto& [key, value] : model) {
+            ASSERT_TRUE(map.Find(key) != nullptr && *map.Find(key) == value) << key;
+        }
     }
-}
+
+    Map map;
+    std::vector<std::pair<std::uint64_t, int>> model;
+};
 
 TEST(FlatMapTest, HoldsWhatItIsRefilledWith)
 {
-    constexpr std::uint64_t keys = 40;
     std::mt19937 random(7);
     const auto below = [&random](std::uint64_t limit) { return random() % limit; };
     FailingAllocator allocator;
-    Map map(allocator);
-    ASSERT_EQ(map.Find(0), nullptr);
+    ModelledMap both(allocator);
+    ASSERT_EQ(both.map.Find(0), nullptr);
     std::vector<std::uint64_t> sequence;
     for (int round = 0; round < 2000; ++round) {
         // Mostly the sequence of the round before, with a key changed or behind a shorter or a longer one.
@@ -63,22 +70,19 @@ TEST(FlatMapTest, HoldsWhatItIsRefilledWith)
         if (!sequence.empty() && below(4) == 0) {
             sequence[below(sequence.size())] = below(keys);
         }
-        map.Clear();
-        Model model;
-        ASSERT_NO_FATAL_FAILURE(ExpectSame(map, model, keys));
-        for (std::size_t i = 0; i < sequence.size(); ++i) {
-            ASSERT_NO_FATAL_FAILURE(Add(map, model, sequence[i], static_cast<int>(i)));
+        both.map.Clear();
+        both.model.clear();
+        for (const std::uint64_t key : sequence) {
+            ASSERT_NO_FATAL_FAILURE(both.Compare());
+            ASSERT_NO_FATAL_FAILURE(both.Add(key, round));
             if (below(30) == 0) {
-                map.DropLast();
-                model.pop_back();
-            }
-            if (below(10) == 0) {
-                ASSERT_NO_FATAL_FAILURE(ExpectSame(map, model, keys));
+                both.map.DropLast();
+                both.model.pop_back();
             }
         }
-        ASSERT_NO_FATAL_FAILURE(ExpectSame(map, model, keys));
+        ASSERT_NO_FATAL_FAILURE(both.Compare());
         if (round % 500 == 499) {
-            ASSERT_EQ(map.Release(), OK);
+            ASSERT_EQ(both.map.Release(), OK);
             ASSERT_EQ(allocator.Live(), 0);
         }
     }
@@ -106,18 +110,11 @@ TEST(FlatMapTest, FindsKeysThatWereChosenToMeetInOneSlot)
 TEST(FlatMapTest, IsUnchangedByAnAdditionThatFindsNoMemory)
 {
     VxTestSupport::SweepFailures([](FailingAllocator& allocator) {
-        Map map(allocator);
-        Model model;
-        for (std::uint64_t key = 0; key < 40; ++key) {
-            int* there = nullptr;
-            if (map.Add(key, 1, &there) != OK) {
-                ASSERT_EQ(there, nullptr);
-                ASSERT_NO_FATAL_FAILURE(ExpectSame(map, model, 40));
-                ASSERT_EQ(map.Add(key, 1, &there), OK);
-            }
-            model.emplace_back(key, 1);
+        ModelledMap both(allocator);
+        for (std::uint64_t key = 0; key < keys; ++key) {
+            ASSERT_NO_FATAL_FAILURE(both.Add(key, 1));
         }
-        ASSERT_NO_FATAL_FAILURE(ExpectSame(map, model, 40));
+        ASSERT_NO_FATAL_FAILURE(both.Compare());
     });
 }
 
