@@ -85,7 +85,7 @@ TEST(AsyncTimerTest, AThrowingCallbackIsLoggedAndCountedAndTheTimerGoesOn)
 
 TEST(AsyncTimerTest, DestructionWaitsForACallbackOnTheTimerThread)
 {
-    for (int round = 0; round < 20; ++round) {  // One that does not wait may be lucky.
+    for (int round = 0; round < 100; ++round) {  // One that does not wait may be lucky.
         VxTestSupport::Gate held;
         auto timer = std::make_unique<Vx::AsyncTimer>("slow", [&held] { held.Pass(); });
         timer->Start(0us);
