@@ -3,6 +3,7 @@
 #include <atomic>
 
 #include <VxTestSupport/FailingAllocator.h>
+#include <VxTestSupport/HeapFailure.h>
 #include <VxTestSupport/LogCapture.h>
 #include <VxTestSupport/ScopedDefaultAllocator.h>
 #include <VxTestSupport/Threads.h>
@@ -26,11 +27,14 @@ const std::string endRefused = "-1000 ProblemsManager/ProblemsManager 173 VxComm
 class ProblemsManagerTest : public testing::Test
 {
 protected:
-    /// Notes at each notification what is listed then, and does `then`.
+    /// Notes at each notification what is listed then and how much of it is to be shown, and does `then`.
     void Follow(std::function<void()> then = nullptr)
     {
+        seen.clear();
+        shown.clear();
         subscription = manager.UpdatedEvent().Subscribe([this, then] {
             seen.push_back(Listed(manager));
+            shown.push_back(manager.Snapshot().size());
             if (then) {
                 then();
             }
@@ -39,6 +43,7 @@ protected:
 
     ProblemsManager manager;
     std::vector<std::vector<std::string>> seen;
+    std::vector<std::size_t> shown;
     Vx::Subscription subscription;
 };
 
@@ -89,8 +94,8 @@ TEST_F(ProblemsManagerTest, BatchNotifiesOnceAtItsOutermostEnd)
     manager.EndUpdate();
     EXPECT_EQ(seen.size(), 2U) << "nothing changed";
     EXPECT_EQ(Thrown([&] { manager.EndUpdate(); }), endRefused);
-    manager.Add(potential, "s", "1");
-    EXPECT_EQ(seen.size(), 3U) << "no batch is open";
+    manager.Clear();
+    EXPECT_EQ(seen.size(), 3U) << "no batch is open, and clearing tells in any case";
 }
 
 TEST_F(ProblemsManagerTest, MessagesAreFormattedWithinTheirBoundAndLoggedAsTheyAre)
@@ -133,7 +138,7 @@ TEST_F(ProblemsManagerTest, IteratorsOutliveTheirProblems)
     const ProblemIterator cleared = manager.Add(blocking, "s", "cleared");
     manager.Add(potential, "s", "last");
     manager.Clear();
-    const ProblemIterator anew = manager.Add(potential, "s", "cleared");
+    const ProblemIterator added = manager.Add(blocking, "s", "cleared");
     ProblemsManager copy(manager);
     EXPECT_THAT(Listed(copy), ElementsAre("s: cleared 1"));
     for (const ProblemIterator& it : {ProblemIterator(), removed, cleared, copy.Enumerate().begin()}) {
@@ -144,23 +149,23 @@ TEST_F(ProblemsManagerTest, IteratorsOutliveTheirProblems)
     EXPECT_EQ(cleared->msg, "cleared");
     EXPECT_EQ(std::next(cleared), ProblemIterator()) << "not into the list as it is now";
     EXPECT_THAT(Listed(manager), ElementsAre("s: cleared 1"));
-    EXPECT_EQ(manager.BlockingCount(), 0U);
 
     ProblemsManager moved(std::move(manager));
-    EXPECT_EQ(manager.Count(), 0U);  // NOLINT(bugprone-use-after-move): what is left is defined.
-    moved.Remove(anew);
-    EXPECT_EQ(moved.Count(), 0U);
-    EXPECT_EQ(copy.Count(), 1U);
+    EXPECT_EQ(manager.Count() + manager.BlockingCount(), 0U);  // NOLINT(bugprone-use-after-move): it is defined.
+    EXPECT_EQ(moved.BlockingCount(), 1U);
+    moved.Remove(added);
+    EXPECT_EQ(moved.Count() + moved.BlockingCount(), 0U);
+    EXPECT_EQ(copy.Count() + copy.BlockingCount(), 2U);
 
     VxCommon::ProblemList large;
     for (int i = 0; i < 200'000; ++i) {
-        large.Append({});
+        large.Append({std::to_string(i), "s"});
     }
     large.Clear();
     EXPECT_FALSE(large.First()) << "and the stack was not used up";
 }
 
-TEST_F(ProblemsManagerTest, WhatListenersDoDuringARemovalIsKept)
+TEST_F(ProblemsManagerTest, WhatListenersDoDuringARemovalIsKeptAndTold)
 {
     ProblemIterator it;
     const struct
@@ -169,20 +174,39 @@ TEST_F(ProblemsManagerTest, WhatListenersDoDuringARemovalIsKept)
         std::function<void()> action;
         std::vector<std::string> left;
         std::uint32_t blocking;
+        std::vector<std::size_t> shown;
     } cases[] = {
-        {"adds it again", [&] { EXPECT_EQ(manager.Add(potential, "s", "p"), it); }, {"t: other 1", "s: p 1"}, 1},
-        {"adds it again and removes it", [&] { manager.Remove(manager.Add(potential, "s", "p")); }, {"t: other 1"}, 0},
-        {"removes it", [&] { EXPECT_EQ(Thrown([&] { manager.Remove(it); }), removeRefused); }, {"t: other 1"}, 0},
-        {"clears", [&] { manager.Clear(); }, {}, 0},
-        {"clears and adds the same anew",
+        {"adds it again",
+         [&] { EXPECT_EQ(manager.Add(potential, "s", "p"), it); },
+         {"t: other 1", "s: p 1"},
+         1,
+         {1, 2}},
+        {"adds it again and removes it",
+         [&] { manager.Remove(manager.Add(potential, "s", "p")); },
+         {"t: other 1"},
+         0,
+         {1, 2, 1}},
+        {"removes it", [&] { EXPECT_EQ(Thrown([&] { manager.Remove(it); }), removeRefused); }, {"t: other 1"}, 0, {1}},
+        {"copies",
+         [&] {
+             const ProblemsManager copy(manager);
+             EXPECT_THAT(Listed(copy), ElementsAre("t: other 1"));
+             EXPECT_EQ(copy.BlockingCount(), 0U);
+         },
+         {"t: other 1"},
+         0,
+         {1}},
+        {"clears", [&] { manager.Clear(); }, {}, 0, {1, 0}},
+        {"clears and adds the same afresh",
          [&] {
              manager.Clear();
              EXPECT_NE(manager.Add(potential, "s", "p"), it);
          },
          {"s: p 1"},
-         0},
+         0,
+         {1, 0, 1}},
     };
-    for (const auto& [what, action, left, blockingLeft] : cases) {
+    for (const auto& [what, action, left, blockingLeft, shownThen] : cases) {
         SCOPED_TRACE(what);
         manager.Add(potential, "t", "other");
         it = manager.Add(blocking, "s", "p");
@@ -194,12 +218,13 @@ TEST_F(ProblemsManagerTest, WhatListenersDoDuringARemovalIsKept)
         manager.Remove(it);
         EXPECT_EQ(Listed(manager), left);
         EXPECT_EQ(manager.BlockingCount(), blockingLeft);
+        EXPECT_EQ(shown, shownThen);
         subscription.Reset();
         manager.Clear();
     }
 }
 
-TEST_F(ProblemsManagerTest, ListenerThatThrowsLeavesNoReportBehind)
+TEST_F(ProblemsManagerTest, ListenerThatThrowsTakesBackOneReportOnly)
 {
     const ProblemIterator kept = manager.Add(potential, "s", "kept");
     const ProblemIterator withdrawn = manager.Add(blocking, "s", "withdrawn");
@@ -212,16 +237,31 @@ TEST_F(ProblemsManagerTest, ListenerThatThrowsLeavesNoReportBehind)
     manager.Remove(kept);
     EXPECT_THROW(manager.EndUpdate(), std::runtime_error);
     EXPECT_EQ(Thrown([&] { manager.EndUpdate(); }), endRefused) << "the batch has ended";
+
+    Follow([this] {
+        manager.Add(blocking, "s", "new");
+        throw std::bad_alloc();
+    });
+    EXPECT_THAT(Thrown([&] { manager.Add(blocking, "s", "new"); }), testing::StartsWith("-996"));
+    EXPECT_THAT(Listed(manager), ElementsAre("s: new 1")) << "the listener's";
 }
 
-TEST(ProblemsManagerMemoryTest, LockThatCannotBeMadeIsTold)
+TEST_F(ProblemsManagerTest, MemoryThatIsShortIsTold)
 {
     VxTestSupport::FailingAllocator allocator(0);
-    const VxTestSupport::ScopedDefaultAllocator scope(allocator);
-    EXPECT_EQ(Thrown([] { const ProblemsManager manager; }),
-              std::to_string(ERROR_MEMORY) +
-                  " ProblemsManager/ProblemsManager 12 VxCommon::ProblemsManager::ProblemsManager");
+    {
+        const VxTestSupport::ScopedDefaultAllocator scope(allocator);
+        EXPECT_EQ(Thrown([] { const ProblemsManager other; }),
+                  "-996 ProblemsManager/ProblemsManager 12 VxCommon::ProblemsManager::ProblemsManager");
+    }
     EXPECT_EQ(allocator.Live(), 0);
+
+    const std::string text(100, 'x');
+    auto thrown = VxTestSupport::SweepHeap([&] { manager.Remove(manager.Add(blocking, text, "%1$s", text)); });
+    EXPECT_EQ(thrown.back(), "");
+    thrown.pop_back();
+    EXPECT_THAT(thrown, testing::AllOf(testing::SizeIs(testing::Ge(4U)), testing::Each("-996")));
+    EXPECT_EQ(manager.Count() + manager.BlockingCount(), 0U);
 }
 
 TEST(ProblemsManagerThreadsTest, EightThreadsWhileListenersCallBack)

@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 
 #include <VxCommon/ProblemsManager/VcProblemSeverity.h>
@@ -73,7 +74,6 @@ private:
     struct Node
     {
         Problem problem;
-        std::size_t hash;  // Of the texts.
         std::shared_ptr<Node> next;
         Node* previous;  // Null for the first one.
     };
@@ -83,7 +83,8 @@ private:
     std::shared_ptr<Node> node_;
 };
 
-/// Problems in the order in which they were added. Not locked: its owner guards it.
+/// Problems in the order in which they were added. What each operation costs does not depend on how many there are, but
+/// for Clear. Not locked: its owner guards it.
 class ProblemList
 {
 public:
@@ -92,7 +93,7 @@ public:
     ProblemList(const ProblemList&) = delete;
     ProblemList& operator=(const ProblemList&) = delete;
 
-    std::uint64_t Count() const noexcept { return count_; }
+    std::uint64_t Count() const noexcept { return index_.size(); }
 
     ProblemIterator First() const noexcept { return ProblemIterator(first_); }
 
@@ -102,7 +103,7 @@ public:
     /// Whether `it` designates a problem of this list: false for the end and for one that was taken out.
     bool Holds(const ProblemIterator& it) const noexcept;
 
-    /// Adds at the end.
+    /// Adds at the end a problem whose texts no other one in the list has. Throws std::bad_alloc, and adds nothing.
     ProblemIterator Append(Problem problem);
 
     // For a problem that is in the list.
@@ -117,9 +118,30 @@ public:
 private:
     using Node = ProblemIterator::Node;
 
+    /// Message and source of a problem, which belong to its entry.
+    struct Texts
+    {
+        std::string_view msg;
+        std::string_view source;
+
+        friend bool operator==(const Texts&, const Texts&) = default;
+    };
+    struct HashOfTexts
+    {
+        std::size_t operator()(const Texts& texts) const;
+    };
+
+    static Texts TextsOf(const Node& node) noexcept { return {node.problem.msg, node.problem.source}; }
+
+    /// What holds the entry: the one before it, or the list.
+    const std::shared_ptr<Node>& Link(const Node& node) const noexcept
+    {
+        return node.previous != nullptr ? node.previous->next : first_;
+    }
+
     std::shared_ptr<Node> first_;
     Node* last_ = nullptr;  // Null when empty.
-    std::uint64_t count_ = 0;
+    std::unordered_map<Texts, Node*, HashOfTexts> index_;
 };
 
 /// The problems of a list, for range-for. See ProblemsManager::Enumerate.

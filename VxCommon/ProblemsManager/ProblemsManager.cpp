@@ -33,12 +33,10 @@ ProblemsManager::ProblemsManager() : lock_(MakeLock()) {}
 
 ProblemsManager::ProblemsManager(const ProblemsManager& other) : ProblemsManager()
 {
-    const Vx::Locker locker(*other.lock_);
-    for (const Problem& problem : other.Enumerate()) {
-        if (problem.refCount > 0) {  // One that is just being removed would stay for ever.
-            problems_.Append(problem);
-            blockingCount_ += problem.severity == VcProblemSeverity_Blocking ? 1 : 0;
-        }
+    // One that is just being removed would stay for ever: it is not in a snapshot.
+    for (Problem& problem : other.Snapshot()) {
+        blockingCount_ += problem.severity == VcProblemSeverity_Blocking ? 1 : 0;
+        problems_.Append(std::move(problem));
     }
 }
 
@@ -54,36 +52,33 @@ ProblemsManager::~ProblemsManager() = default;
 ProblemIterator ProblemsManager::AddFormatted(VcProblemSeverity severity, const std::string& source, const char* format,
                                               Nucleo::FormatArgs args)
 {
+    constexpr std::string_view function = "VxCommon::ProblemsManager::Add";
     char stripped[MessageCapacity];
     char msg[MessageCapacity];
     std::size_t length = 0;
     if (format != nullptr && (!Vx::Logging::StripPositionalParameters(format, stripped, sizeof stripped) ||
                               Nucleo::PrintTo(msg, sizeof msg, &length, stripped, args) != OK)) {
-        constexpr std::string_view function = "VxCommon::ProblemsManager::Add";
         Vx::Logging::Debug(Vx::Logging::Level::Error, At(79, function),
                            "Message is too long or could not be formatted: %s", format);
         VX_THROW_AT(At(80, function), ERROR_PARAMETER);
     }
-    return AddImpl({msg, length}, source, severity);
+    try {
+        return AddImpl({msg, length}, source, severity);
+    } catch (const std::bad_alloc&) {
+        VX_THROW_AT(VX_HERE_AS(function), ERROR_MEMORY);
+    }
 }
 
 ProblemIterator ProblemsManager::AddImpl(std::string msg, const std::string& source, VcProblemSeverity severity)
 {
-    Iterator added;
+    Iterator reported;
     {
         const Vx::Locker locker(*lock_);
-        if (Iterator listed = problems_.Find(msg, source)) {
-            ++problems_.RefCount(listed);
-            return listed;
-        }
-        added = problems_.Append({std::move(msg), source, severity, 1});
-        // Without arguments the message is no format: a "%" in it comes out as it is.
-        constexpr std::string_view function = "VxCommon::ProblemsManager::AddImpl";
-        if (severity == VcProblemSeverity_Potential) {
-            Vx::Logging::Debug(Vx::Logging::Level::Warning, At(33, function), added->msg);
-        } else if (severity == VcProblemSeverity_Blocking) {
-            Vx::Logging::Debug(Vx::Logging::Level::Error, At(37, function), added->msg);
-            ++blockingCount_;
+        reported = problems_.Find(msg, source);
+        if (!reported) {
+            reported = Append({std::move(msg), source, severity, 1});
+        } else if (++problems_.RefCount(reported) > 1) {
+            return reported;
         }
     }
     try {
@@ -91,11 +86,25 @@ ProblemIterator ProblemsManager::AddImpl(std::string msg, const std::string& sou
     } catch (...) {
         // Nobody gets the iterator, so nobody could withdraw the report.
         const Vx::Locker locker(*lock_);
-        if (IsReported(added)) {
-            --problems_.RefCount(added);
-            DropUnreported(added);
+        if (IsReported(reported)) {
+            --problems_.RefCount(reported);
+            DropUnreported(reported);
         }
         throw;
+    }
+    return reported;
+}
+
+ProblemIterator ProblemsManager::Append(Problem problem)
+{
+    const Iterator added = problems_.Append(std::move(problem));
+    // Without arguments the message is no format: a "%" in it comes out as it is.
+    constexpr std::string_view function = "VxCommon::ProblemsManager::AddImpl";
+    if (added->severity == VcProblemSeverity_Potential) {
+        Vx::Logging::Debug(Vx::Logging::Level::Warning, At(33, function), added->msg);
+    } else if (added->severity == VcProblemSeverity_Blocking) {
+        Vx::Logging::Debug(Vx::Logging::Level::Error, At(37, function), added->msg);
+        ++blockingCount_;
     }
     return added;
 }
@@ -218,6 +227,19 @@ ProblemsEnumerator ProblemsManager::Enumerate() const
 {
     const Vx::Locker locker(*lock_);
     return ProblemsEnumerator(problems_);
+}
+
+std::vector<Problem> ProblemsManager::Snapshot() const
+{
+    const Vx::Locker locker(*lock_);
+    std::vector<Problem> problems;
+    problems.reserve(problems_.Count());
+    for (const Problem& problem : ProblemsEnumerator(problems_)) {
+        if (problem.refCount > 0) {
+            problems.push_back(problem);
+        }
+    }
+    return problems;
 }
 
 }  // namespace VxCommon

@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include <Nucleo/Format.h>
 #include <Nucleo/Lock.h>
@@ -42,10 +43,13 @@ public:
     ~ProblemsManager();
 
     /// Reports a problem: `format` printed with `args` (see Nucleo::Print), empty without a format. Each report has to
-    /// be withdrawn by one Remove. A report of a problem that is listed already changes nothing else: it keeps its
-    /// severity, and nobody is notified. A new one is added at the end and written to the private log.
+    /// be withdrawn by one Remove. A report of a problem that has one left changes nothing else: it keeps its severity,
+    /// and nobody is notified. A problem that is listed without a report, since its removal is just being told, keeps
+    /// its place and severity, and listeners are notified of its return. A new one is added at the end and written to
+    /// the private log.
     /// Throws ERROR_PARAMETER when the message, or the format without its positional markers, has MessageCapacity and
-    /// more characters. What a listener throws comes out too, and the report does not count then.
+    /// more characters; ERROR_MEMORY when there is no memory. What a listener throws comes out too, a lack of memory as
+    /// ERROR_MEMORY. Whatever is thrown, the report does not count.
     template <class... Args>
     Iterator Add(VcProblemSeverity severity, const std::string& source, const char* format, const Args&... args)
     {
@@ -56,10 +60,10 @@ public:
     Iterator AddFormatted(VcProblemSeverity severity, const std::string& source, const char* format,
                           Nucleo::FormatArgs args);
 
-    /// Withdraws a report. With the last one listeners are notified, who find the problem still listed, and then it is
-    /// taken out, unless somebody reported it again or took it out meanwhile; it is also taken out when a listener
-    /// throws. Throws ERROR_PARAMETER, and changes nothing, for the end, for a problem that is not in this list any
-    /// more, and for one without a report left.
+    /// Withdraws a report. With the last one listeners are notified, who find the problem still listed, but not in a
+    /// snapshot, and then it is taken out, unless somebody reported it again or took it out meanwhile; it is also taken
+    /// out when a listener throws. Throws ERROR_PARAMETER, and changes nothing, for the end, for a problem that is not
+    /// in this list any more, and for one without a report left.
     void Remove(const Iterator& problem);
 
     /// Remove for whoever may come too late: false where Remove would throw ERROR_PARAMETER.
@@ -86,9 +90,13 @@ public:
     /// The listed problem with the message and source of `problem`; the end when there is none.
     Iterator ProblemExists(const Problem& problem) const;
 
-    /// The list itself, from the first problem to the last. The caller holds GetLock() for the walk unless no other
-    /// thread changes the list.
+    /// The list itself, from the first problem to the last, those included whose removal is just being told. The caller
+    /// holds GetLock() for the walk unless no other thread changes the list.
     ProblemsEnumerator Enumerate() const;
+
+    /// What is to be shown: a copy of the problems that have a report left, from the first to the last. A listener that
+    /// takes it finds what its notification tells of, removals included.
+    std::vector<Problem> Snapshot() const;
 
     /// Raised after a change of the list, without the lock.
     Vx::Event<>& UpdatedEvent() noexcept { return updatedEvent_; }
@@ -101,6 +109,9 @@ public:
 
 private:
     Iterator AddImpl(std::string msg, const std::string& source, VcProblemSeverity severity);
+
+    /// Adds a problem that is not listed and writes it to the log.
+    Iterator Append(Problem problem) VX_REQUIRES(*lock_);
 
     bool IsReported(const Iterator& problem) const VX_REQUIRES(*lock_);
 

@@ -36,22 +36,11 @@ ProblemRes::~ProblemRes()
 
 nlohmann::json ProblemRes::Document(const VxRest::RequestInfo& request, VxRest::ResponseInfo& /*response*/)
 {
-    std::vector<Problem> problems;
-    {
-        const Vx::Locker locker(manager_.GetLock());
-        for (const Problem& problem : manager_.Enumerate()) {
-            // The manager tells of a removal before it takes the problem out, and not again: who reads on being told
-            // must not find it.
-            if (problem.refCount != 0) {
-                problems.push_back(problem);
-            }
-        }
-    }
     using Vx::Properties::JsonSerializer;
     nlohmann::json document = nlohmann::json::object();
     nlohmann::json& items = document["items"] = nlohmann::json::array();
     ProblemsProperties properties;
-    for (Problem& problem : problems) {
+    for (Problem& problem : manager_.Snapshot()) {
         properties.msg.Set(std::move(problem.msg));
         properties.source.Set(std::move(problem.source));
         properties.severity.Set(problem.severity);
