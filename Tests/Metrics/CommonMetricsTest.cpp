@@ -70,7 +70,7 @@ TEST(CommonMetricsTest, CoresAreNumbersWithoutASign)
 TEST(CommonMetricsTest, InterfacesAndVolumesEndAtTheFirstGap)
 {
     const auto cache = MakeCache({{{}, 2034, 2, 1},
-                                  {{}, 2034, 0, (std::int64_t{1} << 32) + 1},
+                                  {{}, 2034, 0, (std::int64_t{1} << 32) + 70'000},
                                   {{}, 2009, 0, 1'000'000'000},
                                   {{}, 2077, 0, 1},
                                   {{}, 2076, 0, 2},
@@ -89,8 +89,9 @@ TEST(CommonMetricsTest, InterfacesAndVolumesEndAtTheFirstGap)
         CommonMetrics::PopulateStorageVolumeMetricsList(cache.Get(), volumes);
         EXPECT_EQ(changes, expected);
     }
-    EXPECT_EQ(MetricsJsonSerializer::Serialize(interfaces),
-              json::parse(R"([{"linkCapacity":1000000000,"linkStatus":1,"rxRate":1,"txRate":2,"rxBytes":1099511627776,
+    EXPECT_EQ(
+        MetricsJsonSerializer::Serialize(interfaces),
+        json::parse(R"([{"linkCapacity":1000000000,"linkStatus":70000,"rxRate":1,"txRate":2,"rxBytes":1099511627776,
                                "txBytes":4}])"));
     EXPECT_EQ(MetricsJsonSerializer::Serialize(volumes),
               json::parse(R"([{"used":10,"capacity":20},{"used":30,"capacity":0}])"));

@@ -49,8 +49,9 @@ std::vector<unsigned char> AppInfoCfg::Write() const
     step(28, [&] { return document->SetChildText(root, releaseTypeName, releaseType_); });
     step(30, [&] { return Nucleo::String::Make(text.Receive(), {}, nullptr); });
     step(31, [&] { return text->Append(document->ToText()); });
-    const std::string_view view = text->View();
-    return {view.begin(), view.end()};
+    std::vector<unsigned char> bytes;
+    step(31, [&] { return bytes.assign(text->View().begin(), text->View().end()), OK; });
+    return bytes;
 }
 
 void AppInfoCfg::Read(const void* data, std::size_t size)

@@ -24,11 +24,13 @@ public:
     std::string& ReleaseType() noexcept { return releaseType_; }
     const std::string& ReleaseType() const noexcept { return releaseType_; }
 
-    /// The XML text, without a terminator. A text of TextCapacity bytes and more is written, but cannot be read.
+    /// The XML text, without a terminator. A text of TextCapacity bytes and more is written, but cannot be read. Throws
+    /// Vx::Exception with ERROR_MEMORY when there is no memory.
     std::vector<unsigned char> Write() const;
 
     /// Takes both fields from an XML text of `size` bytes. Throws Vx::Exception: ERROR_FORMAT or ERROR_LIMIT for data
-    /// that is no XML document, ERROR_NOT_FOUND for a field that is missing, ERROR_CAPACITY for one that is too long.
+    /// that is no XML document, ERROR_NOT_FOUND for a field that is missing, ERROR_CAPACITY for one that is too long,
+    /// ERROR_MEMORY when there is no memory.
     /// A field that was read before the failing one keeps its new value.
     void Read(const void* data, std::size_t size);
     void Read(const std::vector<unsigned char>& data);

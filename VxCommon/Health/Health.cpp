@@ -124,6 +124,11 @@ void Health::CloseHealth() noexcept
         LogFailure(AsSystem(system_).SetHealthHandler(nullptr, nullptr));
     }
     worker_.Stop();
+    if (digesting_ == std::this_thread::get_id()) {
+        stoppedInside_ = true;
+    } else if (wasListening) {
+        DigestRest();
+    }
     std::uint64_t dropped = queue_.Clear();
     if (wasListening) {
         // Who stops meanwhile has not waited for the platform's thread, which counts.
@@ -159,6 +164,8 @@ void Health::OnSystemHealth(void* receiver, TesselLib::HealthMessage& message)
         static_cast<Health*>(receiver)->QueueMessage(message);
     } catch (const std::exception& exception) {
         Vx::LogException(VX_HERE, exception);
+    } catch (...) {
+        Vx_Debug_Log(Error, "A health message could not be taken: unknown exception.");
     }
 }
 
@@ -176,11 +183,35 @@ void Health::QueueMessage(TesselLib::HealthMessage& message)
         Vx_Debug_Log(Warning, "The health worker keeps up again; %llu messages were dropped.",
                      std::exchange(droppedInARow_, 0));
     }
-    worker_.Post([this] {
-        if (const auto first = queue_.Pop()) {
-            OnSystemHealthHandler(*first.Get());
+    worker_.Post([this] { DigestFirst(); });
+}
+
+void Health::DigestFirst()
+{
+    struct Mark
+    {
+        std::atomic<std::thread::id>& digesting;
+        ~Mark() { digesting = std::thread::id(); }
+    };
+    if (const auto first = queue_.Pop()) {
+        digesting_ = std::this_thread::get_id();
+        const Mark mark{digesting_};
+        OnSystemHealthHandler(*first.Get());
+    }
+}
+
+/// Digests what waits when the worker has ended.
+void Health::DigestRest() noexcept
+{
+    while (queue_.Count() != 0 && !stoppedInside_) {
+        try {
+            DigestFirst();
+        } catch (const std::exception& exception) {
+            Vx::LogException(VX_HERE, exception);
+        } catch (...) {
+            Vx_Debug_Log(Error, "A listener of Health failed with an unknown exception.");
         }
-    });
+    }
 }
 
 std::uint64_t Health::DroppedMessages() const
@@ -203,8 +234,8 @@ void Health::DigestMessage(TesselLib::HealthMessage& message)
     const std::uint32_t nodeId = message.SourceNode();
     if (const std::shared_ptr<NodeHandlers> handlers = FindNodeHandlers(nodeId)) {
         handlers->event.Raise(*this, nodeId, &message.Content());
-        if (!IsListening()) {
-            return;  // A callback has stopped it.
+        if (stoppedInside_) {
+            return;
         }
     }
     const Vx::Locker locker(lock_);
@@ -402,6 +433,9 @@ Status Health::VvConstructProbeFx(Nucleo::HealthProbe** probe, const char* name,
         Vx::LogException(VX_HERE, exception);
         const auto* known = dynamic_cast<const Vx::Exception*>(&exception);
         return known != nullptr ? known->Status() : 0;
+    } catch (...) {
+        Vx_Debug_Log(Error, "A probe could not be constructed: unknown exception.");
+        return 0;
     }
 }
 

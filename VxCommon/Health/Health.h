@@ -2,10 +2,11 @@
 // The process's collector of health indicators: it takes the reports of the system's nodes, keeps the latest of each,
 // sums chosen counters over all nodes, and publishes sets of indicators.
 //
-// Reports arrive on the platform's health thread, which only queues them; a worker digests them one after the other.
-// Everything may be called from any thread; one re-entrant lock guards nodes, sets, caches and probes. Failures are
-// thrown as Vx::Exception; lookups answer false or null.
+// Reports arrive on the platform's health thread, which only queues them; a worker digests them one after the other,
+// and Stop() those that are left. Everything may be called from any thread; one re-entrant lock guards nodes, sets,
+// caches and probes. Failures are thrown as Vx::Exception; lookups answer false or null.
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -13,6 +14,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <Nucleo/HealthProbe.h>
@@ -71,10 +73,11 @@ public:
     /// Has the worker say in the log that it runs.
     void Start();
 
-    /// Ends listening: closes the system's health stream and all nodes', and ends the worker; messages that wait are
-    /// dropped, the one that is being digested is finished first. Called by a listener it does not wait for that, and
-    /// what is left of the message's digest still happens, except after a node's callback. The caller does not hold the
-    /// lock, unless it is a listener. Later calls do nothing.
+    /// Ends listening: closes the system's health stream and all nodes', and ends the worker once the message that is
+    /// being digested is finished. The messages that wait then are digested on this thread, so that what was reported
+    /// counts: no listener may wait for a thread or a lock of the caller. Called by a listener it waits for nothing,
+    /// and drops what waits; what is left of the message's digest still happens, except after a node's callback. The
+    /// caller does not hold the lock, unless it is a listener. Later calls do nothing.
     void Stop();
 
     /// Enter and leave the lock, for callers that read sets or caches over several calls: these change with the next
@@ -137,22 +140,22 @@ public:
     /// Sets the aggregates to 0 and leaves the next `skipCount` reports of each node out of them.
     void ResetAggregateProbes(std::size_t skipCount);
 
-    /// Calls back with every report of the node, known or not, before it is digested, on the worker and without the
-    /// lock. The first callback of a node opens its health stream. Gives the id by which the callback is removed.
+    /// Calls back with every report of the node, known or not, before it is digested, where it is digested and without
+    /// the lock. The first callback of a node opens its health stream. Gives the id by which the callback is removed.
     /// Throws when the system does not find the node or its stream cannot be opened.
     std::uint64_t AddNodeIndicatorsHandler(std::uint32_t nodeId, NodeIndicatorsCallback callback);
 
     /// Ends the callbacks; a call that runs on the worker is not waited for. An unknown id is passed over.
     void RemoveNodeIndicatorsHandler(std::uint32_t nodeId, std::uint64_t callbackId);
 
-    /// Raised on the worker, without the lock, with each message of input events.
+    /// Raised where messages are digested, without the lock, with each message of input events.
     ContentEvent& InputEvent() noexcept { return inputEvent_; }
 
     /// Raised by ClearStats() after it succeeded and has left the lock.
     Vx::Event<Health&>& ClearStatsEvent() noexcept { return clearStatsEvent_; }
 
-    /// Raised on the worker, under the lock, with the node's id and VcIndicatorCache when a report has been digested:
-    /// aggregates and sets are up to date. A listener takes none of the locks that stand above this one.
+    /// Raised where messages are digested, under the lock, with the node's id and VcIndicatorCache when a report has
+    /// been digested: aggregates and sets are up to date. A listener takes none of the locks that stand above this one.
     NodeContentEvent& NodeCacheUpdatedEvent() noexcept { return nodeCacheUpdatedEvent_; }
 
     /// Resets every runtime probe to 0, in the order of their names; throws at the first that fails.
@@ -168,7 +171,7 @@ public:
     /// Forgets all runtime probes.
     void ClearRuntimeProbes();
 
-    /// How many messages were not digested so far, because too much waited for the worker or by Stop().
+    /// How many messages were not digested so far, because too much waited for the worker or a listener stopped it.
     std::uint64_t DroppedMessages() const;
 
 private:
@@ -179,6 +182,8 @@ private:
     void OpenHealth();
     void OpenNodeHealth(std::uint32_t nodeId) VX_REQUIRES(streamsMutex_);
     void CloseHealth() noexcept;
+    void DigestFirst();
+    void DigestRest() noexcept;
     bool IsListening() const;
     static void OnSystemHealth(void* receiver, TesselLib::HealthMessage& message);
     void QueueMessage(TesselLib::HealthMessage& message);
@@ -225,6 +230,8 @@ private:
 
     HealthQueue queue_;
     Vx::AsyncRunner worker_{"health", HealthQueue::MaxMessages + 1};  // A job for each message, and that of Start.
+    std::atomic<std::thread::id> digesting_;                          // The thread that digests a message just now.
+    std::atomic<bool> stoppedInside_ = false;                         // Whether a listener has stopped it.
     std::uint64_t droppedInARow_ = 0;  // Used by the platform's health thread, and by who has ended its calls.
 
     mutable Nucleo::Mutex streamsMutex_;  // Held while streams are opened and closed, so that none opens after Stop.

@@ -1,7 +1,6 @@
 #include <algorithm>
 
 #include <TesselLib/System.h>
-#include <VxApi/Exception.h>
 #include <VxApi/Logging.h>
 #include <VxCommon/PlatformAttributes/PlatformAttributes.h>
 
@@ -29,10 +28,10 @@ PlatformAttributes::PlatformAttributes(int operatingSystem, int controllerType, 
       macAddress_(macAddress),
       appTypeNames_{"PixoraFirmware", "PixoraService", "AccelixFirmware", "Unknown App"}
 {
-    char controller[16];
-    char address[32];
-    VX_CHECK(TesselLib::ControllerType_Format(controllerType_, controller, sizeof controller));
-    VX_CHECK(TesselLib::IpAddress_Format(ipConfig_.address, address, sizeof address));
+    char controller[16] = "";
+    char address[46] = "";  // The longest address of version 6 and its end.
+    TesselLib::ControllerType_Format(controllerType_, controller, sizeof controller);
+    TesselLib::IpAddress_Format(ipConfig_.address, address, sizeof address);
     Vx_Debug_Log(Info, "Platform Attributes: operatingSystem %d, %s controller, %s interface IP %s application id %u",
                  operatingSystem_, controller, AppTypeName(appType_), address, appId_);
 }

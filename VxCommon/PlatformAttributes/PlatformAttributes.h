@@ -7,10 +7,11 @@ namespace VxCommon
 {
 
 /// Filled once at start; only the ports may be set later. The ports are not locked: set them before other threads read.
-class VXCOMMON_API PlatformAttributes final : public IPlatformAttributes
+class VXCOMMON_API PlatformAttributes : public IPlatformAttributes
 {
 public:
-    /// Logs its content once. `controlPort` and `webPort` may be 0 until they are known.
+    /// Logs its content once; a type or address that the platform cannot put into a text is left out of that line.
+    /// `controlPort` and `webPort` may be 0 until they are known.
     PlatformAttributes(int operatingSystem, int controllerType, ApplicationType appType, unsigned appId,
                        const TesselLib::IpConfig& ipConfig, std::uint16_t controlPort, std::uint16_t webPort,
                        const TesselLib::MacAddress& macAddress, std::uint64_t cpuCount);
