@@ -168,60 +168,38 @@ TEST_F(ProblemsManagerTest, IteratorsOutliveTheirProblems)
 TEST_F(ProblemsManagerTest, WhatListenersDoDuringARemovalIsKeptAndTold)
 {
     ProblemIterator it;
-    const struct
-    {
-        const char* what;
-        std::function<void()> action;
-        std::vector<std::string> left;
-        std::uint32_t blocking;
-        std::vector<std::size_t> shown;
-    } cases[] = {
-        {"adds it again",
-         [&] { EXPECT_EQ(manager.Add(potential, "s", "p"), it); },
-         {"t: other 1", "s: p 1"},
-         1,
-         {1, 2}},
-        {"adds it again and removes it",
-         [&] { manager.Remove(manager.Add(potential, "s", "p")); },
-         {"t: other 1"},
-         0,
-         {1, 2, 1}},
-        {"removes it", [&] { EXPECT_EQ(Thrown([&] { manager.Remove(it); }), removeRefused); }, {"t: other 1"}, 0, {1}},
-        {"copies",
-         [&] {
-             const ProblemsManager copy(manager);
-             EXPECT_THAT(Listed(copy), ElementsAre("t: other 1"));
-             EXPECT_EQ(copy.BlockingCount(), 0U);
-         },
-         {"t: other 1"},
-         0,
-         {1}},
-        {"clears", [&] { manager.Clear(); }, {}, 0, {1, 0}},
-        {"clears and adds the same afresh",
-         [&] {
-             manager.Clear();
-             EXPECT_NE(manager.Add(potential, "s", "p"), it);
-         },
-         {"s: p 1"},
-         0,
-         {1, 0, 1}},
-    };
-    for (const auto& [what, action, left, blockingLeft, shownThen] : cases) {
-        SCOPED_TRACE(what);
+    const auto during = [&](std::function<void()> action, const std::vector<std::size_t>& shownThen) {
+        manager.Clear();
         manager.Add(potential, "t", "other");
         it = manager.Add(blocking, "s", "p");
-        Follow([act = action]() mutable {
-            if (const auto once = std::exchange(act, nullptr)) {
+        Follow([&action] {
+            if (const auto once = std::exchange(action, nullptr)) {
                 once();
             }
         });
         manager.Remove(it);
-        EXPECT_EQ(Listed(manager), left);
-        EXPECT_EQ(manager.BlockingCount(), blockingLeft);
-        EXPECT_EQ(shown, shownThen);
         subscription.Reset();
+        EXPECT_EQ(shown, shownThen);
+        auto left = Listed(manager);
+        left.push_back(std::to_string(manager.BlockingCount()));
+        return left;
+    };
+    const auto add = [&] { return manager.Add(potential, "s", "p"); };
+    EXPECT_THAT(during([&] { EXPECT_EQ(add(), it); }, {1, 2}), ElementsAre("t: other 1", "s: p 1", "1"));
+    EXPECT_THAT(during([&] { manager.Remove(add()); }, {1, 2, 1}), ElementsAre("t: other 1", "0"));
+    EXPECT_THAT(during([&] { EXPECT_FALSE(manager.TryRemove(it)); }, {1}), ElementsAre("t: other 1", "0"));
+    EXPECT_THAT(during([&] { manager.Clear(); }, {1, 0}), ElementsAre("0"));
+    const auto clearAndAdd = [&] {
         manager.Clear();
-    }
+        EXPECT_NE(add(), it);
+    };
+    EXPECT_THAT(during(clearAndAdd, {1, 0, 1}), ElementsAre("s: p 1", "0"));
+    const auto copy = [&] {
+        const ProblemsManager copied(manager);
+        EXPECT_THAT(Listed(copied), ElementsAre("t: other 1"));
+        EXPECT_EQ(copied.BlockingCount(), 0U);
+    };
+    EXPECT_THAT(during(copy, {1}), ElementsAre("t: other 1", "0"));
 }
 
 TEST_F(ProblemsManagerTest, ListenerThatThrowsTakesBackOneReportOnly)

@@ -4,10 +4,12 @@
 #include <gmock/gmock.h>
 
 #include <Tests/Persistence/FakeHandler.h>
+#include <VxCommon/AppInfoCfg/AppInfoCfg.h>
 #include <VxCommon/PlatformAttributes/PlatformAttributes.h>
 #include <VxCommon/System/SystemUpdater.h>
 #include <VxCommon/TesselSystem/TesselSystem.h>
 #include <VxTestSupport/FailingAllocator.h>
+#include <VxTestSupport/HeapFailure.h>
 #include <VxTestSupport/ScopedDefaultAllocator.h>
 #include <VxTestSupport/TestSystem.h>
 
@@ -22,48 +24,60 @@ using App = IPlatformAttributes::ApplicationType;
 constexpr TesselLib::IpConfig ipConfig{{{192, 168, 1, 10}}, {{255, 255, 255, 0}}, {{192, 168, 1, 1}}};
 constexpr TesselLib::MacAddress mac{{2, 0, 0, 0, 0, 7}};
 
-PlatformAttributes Attributes(int controllerType, App app, int operatingSystem = 1)
-{
-    return {operatingSystem, controllerType, app, 77, ipConfig, 0, 0, mac, 4};
-}
-
 TEST(PlatformAttributesTest, PredicatesOverAllControllersAndApplications)
 {
-    for (int controller = -1; controller <= 12; ++controller) {
-        for (const int app : {0, 1, 2, 3, 255}) {
-            const PlatformAttributes attributes = Attributes(controller, static_cast<App>(app));
-            const bool sensorHardware =
-                controller == 3 || controller == 4 || controller == 6 || controller == 9 || controller == 10;
-            const bool accelixHardware = controller == 7 || controller == 8;
-            const std::string what = std::to_string(controller) + " " + std::to_string(app);
-            EXPECT_EQ(attributes.OnPhysicalSensor(), app == 0 && sensorHardware) << what;
-            EXPECT_EQ(attributes.UseCpuAffinity(), app == 0 && sensorHardware) << what;
-            EXPECT_FALSE(Attributes(controller, static_cast<App>(app), 2).UseCpuAffinity()) << what;
-            EXPECT_EQ(attributes.OnPhysicalAccelix(), app == 2 && accelixHardware) << what;
-            EXPECT_EQ(attributes.OnVirtualSensor(), app == 0 && controller == 1) << what;
-            EXPECT_EQ(attributes.OnVirtualAccelix(), app == 2 && controller == 1) << what;
-            EXPECT_EQ(attributes.OnPixoraServiceApp(), app == 1 && controller == 1) << what;
-            EXPECT_EQ(attributes.IsRestartable(), app != 1) << what;
-            EXPECT_EQ(attributes.IsUpgradable(), app != 1) << what;
+    using A = PlatformAttributes;
+    const std::pair<char, bool (A::*)() const> predicates[] = {
+        {'S', &A::OnPhysicalSensor}, {'A', &A::OnPhysicalAccelix},  {'s', &A::OnVirtualSensor},
+        {'a', &A::OnVirtualAccelix}, {'p', &A::OnPixoraServiceApp}, {'r', &A::IsRestartable},
+        {'u', &A::IsUpgradable},     {'c', &A::UseCpuAffinity}};
+    const auto applying = [&predicates](int operatingSystem, int controller, int app) {
+        const A attributes(operatingSystem, controller, static_cast<App>(app), 77, ipConfig, 0, 0, mac, 4);
+        std::string letters;
+        for (const auto& [letter, predicate] : predicates) {
+            letters += (attributes.*predicate)() ? std::string(1, letter) : "";
         }
+        return letters;
+    };
+    // By the controller's type from -1 on: for the sensor's firmware and the accelerator's.
+    const std::pair<const char*, const char*> expected[] = {
+        {"ru", "ru"},   {"ru", "ru"},  {"sru", "aru"}, {"ru", "ru"},   {"Sruc", "ru"}, {"Sruc", "ru"}, {"ru", "ru"},
+        {"Sruc", "ru"}, {"ru", "Aru"}, {"ru", "Aru"},  {"Sruc", "ru"}, {"Sruc", "ru"}, {"ru", "ru"}};
+    int controller = -1;
+    for (const auto& [sensor, accelix] : expected) {
+        EXPECT_EQ(applying(1, controller, 0), sensor) << controller;
+        EXPECT_EQ(applying(1, controller, 1), controller == 1 ? "p" : "") << controller;
+        EXPECT_EQ(applying(1, controller, 2), accelix) << controller;
+        EXPECT_EQ(applying(1, controller, 3), "ru") << controller;
+        EXPECT_EQ(applying(2, controller++, 0).find('c'), std::string::npos) << "any other operating system";
     }
 }
 
 TEST(PlatformAttributesTest, LogsItselfOnceAndFollowsItsPorts)
 {
+    struct OnADevice : PlatformAttributes  // Hosts may add to it.
+    {
+        using PlatformAttributes::PlatformAttributes;
+    };
     VxTestSupport::ScopedLogCapture log;
-    PlatformAttributes attributes(2, 1, App::AccelixFirmware, 77, ipConfig, 0, 80, mac, 4);
-    EXPECT_EQ(LogOf(log), Journal({"PlatformAttributes/PlatformAttributes: I Platform Attributes: operatingSystem 2, "
-                                   "virtual controller, AccelixFirmware interface IP 192.168.1.10 application id 77"}));
+    OnADevice attributes(2, 1, App::AccelixFirmware, 77, ipConfig, 0, 80, mac, 4);
+    TesselLib::IpConfig longest{{{}, TesselLib::IpVersion::V6}, {}, {}};
+    longest.address.bytes.fill(0xAB);
+    const OnADevice other(1, -1, static_cast<App>(9), 0, longest, 0, 0, mac, 4);
+    EXPECT_EQ(LogOf(log),
+              Journal({"PlatformAttributes/PlatformAttributes: I Platform Attributes: operatingSystem 2, "
+                       "virtual controller, AccelixFirmware interface IP 192.168.1.10 application id 77",
+                       "PlatformAttributes/PlatformAttributes: I Platform Attributes: operatingSystem 1, "
+                       "type-4294967295 controller, Unknown App interface IP abab:abab:abab:abab:abab:abab:abab:abab "
+                       "application id 0"}));
     const PlatformAttributes copy(attributes);
-    EXPECT_EQ(log.Lines().size(), 1U);
+    EXPECT_EQ(log.Lines().size(), 2U);
     EXPECT_EQ(copy.CpuCount() * 100 + copy.AppId(), 477U);
     EXPECT_EQ(copy.OperatingSystem() * 10 + copy.ControllerType(), 21);
     EXPECT_EQ(copy.AppType(), App::AccelixFirmware);
     EXPECT_EQ(copy.InterfaceIpConfig(), ipConfig);
     EXPECT_EQ(copy.InterfaceIpAddress(), ipConfig.address);
     EXPECT_EQ(copy.InterfaceMacAddress(), mac);
-    EXPECT_EQ(attributes.AppTypeName(static_cast<App>(3)), std::string("Unknown App"));
 
     EXPECT_FALSE(attributes.ArePortsUpdated());
     attributes.UpdateControlPort(3190);
@@ -122,12 +136,12 @@ TEST(TesselSystemTest, FindsNodesAndTurnsFailuresIntoExceptions)
 TEST(TesselSystemTest, TheApplicationDecidesWhatIsSupported)
 {
     const VxTestSupport::TestSystem platform;
+    const char* const supported[] = {"scr", "", "acr", ""};
     for (const int app : {0, 1, 2, 3}) {
         const TesselSystem system = SystemOf(platform, static_cast<App>(app));
-        EXPECT_EQ(system.LocalIsSensor(), app == 0);
-        EXPECT_EQ(system.LocalIsAccelix(), app == 2);
-        EXPECT_EQ(system.SupportsCrashLog(), app == 0 || app == 2);
-        EXPECT_EQ(system.SupportsNodeReport(), app == 0 || app == 2);
+        EXPECT_EQ(std::string(system.LocalIsSensor() ? "s" : "") + (system.LocalIsAccelix() ? "a" : "") +
+                      (system.SupportsCrashLog() ? "c" : "") + (system.SupportsNodeReport() ? "r" : ""),
+                  supported[app]);
     }
     EXPECT_GT(TesselSystem::MemoryCapacity(), std::uint64_t{64} << 20);
     EXPECT_GT(TesselSystem::MemoryAvailable(), 0U);
@@ -137,6 +151,7 @@ TEST(TesselSystemTest, TheApplicationDecidesWhatIsSupported)
 TEST(TesselSystemTest, CopiesShareTheSystemAndTheLastReleasesIt)
 {
     VxTestSupport::FailingAllocator allocator;
+    int pipe = 0;
     {
         const VxTestSupport::ScopedDefaultAllocator replaced(allocator);
         auto platform = std::make_unique<VxTestSupport::TestSystem>();
@@ -146,13 +161,17 @@ TEST(TesselSystemTest, CopiesShareTheSystemAndTheLastReleasesIt)
         TesselSystem copy(system);
         EXPECT_EQ(copy.SystemHandle(), system.SystemHandle());
         EXPECT_EQ(static_cast<Nucleo::Object*>(copy.SystemHandle())->References(), 2);
-        system = SystemOf(other, App::PixoraService);
+        system =
+            TesselSystem(Vx::Object<void*>(other.NewSystemReference()), &other.Node(), App::AccelixFirmware, &pipe);
         EXPECT_TRUE(copy.NodeExists(1));
         EXPECT_EQ(static_cast<Nucleo::Object*>(copy.SystemHandle())->References(), 1);
         const int live = allocator.Live();
         copy = system;
         EXPECT_LT(allocator.Live(), live);
-        EXPECT_TRUE(copy.LocalIsSensor() == system.LocalIsSensor());
+        EXPECT_EQ(copy.SystemHandle(), static_cast<Nucleo::Object*>(&other.System()));
+        EXPECT_EQ(copy.LocalNode(), &other.Node());
+        EXPECT_EQ(copy.PipeAlloc(), &pipe);
+        EXPECT_TRUE(copy.LocalIsAccelix());
     }
     EXPECT_EQ(allocator.Live(), 0);
 }
@@ -169,6 +188,28 @@ TEST(SystemUpdaterTest, PassesTheFlagAndEndsOnEveryPath)
         },
         int);
     EXPECT_THAT(journal, ElementsAre("Begin(false)", "Begin(true)", "End", "End"));
+
+    struct Unending final : IUpdatableSystem
+    {
+        void BeginUpdate(bool) override {}
+        void EndUpdate() override { throw 1; }
+    } unending;
+    VxTestSupport::ScopedLogCapture log;
+    {
+        const SystemUpdater updater(unending, true);
+    }
+    EXPECT_THAT(log.Texts("System/SystemUpdater"), ElementsAre("E Failed to end system update."));
+}
+
+TEST(AppInfoMemoryTest, MemoryThatIsShortIsTold)
+{
+    AppInfoCfg info;
+    info.SetProductionVersion(std::string(100, '1'));
+    info.ReleaseType() = std::string(100, '2');
+    auto thrown = VxTestSupport::SweepHeap([&info] { info.Write(); });
+    EXPECT_EQ(thrown.back(), "");
+    thrown.pop_back();
+    EXPECT_THAT(thrown, testing::AllOf(testing::SizeIs(testing::Ge(4U)), testing::Each("-996")));
 }
 
 }  // namespace

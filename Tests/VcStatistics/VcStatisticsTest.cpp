@@ -1,7 +1,5 @@
-#include <algorithm>
+#include <array>
 #include <cstring>
-#include <numeric>
-#include <random>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -14,37 +12,29 @@ namespace VxCommon
 namespace
 {
 
-using Samples = std::vector<std::uint64_t>;
-
-/// Adds samples of all sizes, one in four beyond 32 bits, and goes over the window each time.
-void Compare(VcStatistics& statistics, Samples& samples, std::size_t count)
+/// Adds `value`, `value` + 1, ... `count` times.
+void Add(VcStatistics& statistics, std::uint64_t value, std::uint64_t count)
 {
-    static std::mt19937_64 random(1);
-    for (const std::size_t end = samples.size() + count; samples.size() < end;) {
-        const std::uint64_t sample = random() >> (samples.size() % 4 == 0 ? 20 : 32 + samples.size() % 32);
-        samples.push_back(std::min<std::uint64_t>(sample, 0xFFFFFFFF));
-        const std::size_t window = std::min<std::size_t>(samples.size(), 50);
-        statistics.Add(sample);
-        ASSERT_EQ(statistics.SimpleMovingAverage(),
-                  std::accumulate(samples.rbegin(), samples.rbegin() + static_cast<std::ptrdiff_t>(window),
-                                  std::uint64_t{0}) /
-                      window);
-        const std::uint64_t average = statistics.SimpleMovingAverage();
-        statistics.UpdateStatistics();
-        ASSERT_EQ(statistics.SimpleMovingAverage(), average);
+    for (std::uint64_t i = 0; i < count; ++i) {
+        statistics.Add(value++);
     }
 }
 
 TEST(VcStatisticsTest, AveragesTheLastFiftySamplesAndCopiesGoOnByThemselves)
 {
-    VcStatistics source;
-    for (const std::size_t before : {0u, 30u, 50u, 175u}) {
+    // Of so many samples from 1000 on, then with one of 2^40, which counts as 2^32 - 1, or with 0 to 19 more.
+    const std::array<std::uint64_t, 4> cases[] = {{0, 0, 4294967295, 9},     {30, 1014, 138548313, 612},
+                                                  {49, 1024, 85900349, 623}, {50, 1024, 85900350, 624},
+                                                  {51, 1025, 85900351, 625}, {175, 1149, 85900472, 699}};
+    for (const auto& [samples, average, afterOne, afterTwenty] : cases) {
+        SCOPED_TRACE(samples);
+        VcStatistics source;
+        Add(source, 7, 60);
         source.Reset();
         source.CalculateAverage();
-        EXPECT_EQ(source.SimpleMovingAverage(), 0u);
-        Samples samples;
-        Compare(source, samples, before);
-        const std::uint64_t average = source.SimpleMovingAverage();
+        EXPECT_EQ(source.SimpleMovingAverage(), 0U);
+        Add(source, 1000, samples);
+        source.UpdateStatistics();
         VcStatistics copied(source);
         VcStatistics moved(std::move(source));
         VcStatistics assigned;
@@ -52,8 +42,13 @@ TEST(VcStatisticsTest, AveragesTheLastFiftySamplesAndCopiesGoOnByThemselves)
         assigned = std::move(copied);
         for (VcStatistics* each : {&moved, &assigned, &source, &copied}) {  // The sources keep what they have.
             EXPECT_EQ(each->SimpleMovingAverage(), average);
-            Samples own = samples;
-            Compare(*each, own, 60);
+            VcStatistics one(*each);
+            one.Add(std::uint64_t{1} << 40);
+            EXPECT_EQ(one.SimpleMovingAverage(), afterOne);
+            Add(*each, 0, 20);
+            EXPECT_EQ(each->SimpleMovingAverage(), afterTwenty);
+            Add(*each, 1, 60);
+            EXPECT_EQ(each->SimpleMovingAverage(), 35U);
         }
     }
 }

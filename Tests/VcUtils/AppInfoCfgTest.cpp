@@ -1,3 +1,5 @@
+#include <tuple>
+
 #include <gmock/gmock.h>
 
 #include <VxCommon/AppInfoCfg/AppInfoCfg.h>
@@ -59,13 +61,7 @@ TEST(AppInfoCfgTest, DamageIsReportedAtItsStep)
     const std::string long32(32, 'x');
     const std::string version = "<ProductionVersion>9</ProductionVersion>";
     const std::string type = "<ReleaseType>T</ReleaseType>";
-    const struct
-    {
-        std::string text;
-        std::string failure;
-        std::string version;
-        std::string type;
-    } cases[] = {
+    const std::tuple<std::string, std::string, std::string, std::string> cases[] = {
         {"", "Read 47 -988", "old", "old"},
         {"<AppInfo>" + version + type, "Read 47 -988", "old", "old"},
         {"<AppInfo>" + version + type + "</AppInfo>" + std::string(1, '\0'), "Read 47 -988", "old", "old"},
@@ -80,12 +76,12 @@ TEST(AppInfoCfgTest, DamageIsReportedAtItsStep)
         {"<AppInfo><ReleaseType/><more/><ProductionVersion>1<!-- --><![CDATA[2]]></ProductionVersion></AppInfo>", "",
          "12", ""},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.text.substr(0, 100));
+    for (const auto& [text, failure, readVersion, readType] : cases) {
+        SCOPED_TRACE(text.substr(0, 100));
         AppInfoCfg info = Info("old", "old");
-        EXPECT_EQ(Failure([&] { info.Read(c.text.data(), c.text.size()); }), c.failure);
-        EXPECT_EQ(info.ProductionVersion(), c.version);
-        EXPECT_EQ(info.ReleaseType(), c.type);
+        EXPECT_EQ(Failure([&] { info.Read(text.data(), text.size()); }), failure);
+        EXPECT_EQ(info.ProductionVersion(), readVersion);
+        EXPECT_EQ(info.ReleaseType(), readType);
     }
 }
 

@@ -86,26 +86,23 @@ TEST(HealthMessageTest, DecodesStatisticsAndInputEvents)
 TEST(HealthMessageTest, RefusesWhatDoesNotFitBeforeTakingMemory)
 {
     const std::vector<std::uint8_t> whole = Message(1, 2, 160);
-    std::vector<std::pair<std::vector<std::uint8_t>, Nucleo::Status>> cases = {
-        {Message(0, 0, 0), ERROR_FORMAT},
-        {Message(3, 0, 0), ERROR_FORMAT},
-        {Message(1, 1, 81), ERROR_FORMAT},
-        {Message(2, 5, 80), OK},
-        {Message(1, 65'537, 65'537 * std::size_t{80}), ERROR_LIMIT},
-        {Message(1, 0xFFFFFFFF, 0), ERROR_LIMIT},
-        {Message(1, 0x03333334, 64), ERROR_LIMIT},
-    };
-    for (std::size_t length = 0; length < whole.size(); ++length) {
-        cases.emplace_back(
-            std::vector<std::uint8_t>(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length)),
-            ERROR_FORMAT);
-    }
-    for (const auto& [bytes, status] : cases) {
+    const auto expect = [](const std::vector<std::uint8_t>& bytes, Nucleo::Status status) {
         FailingAllocator allocator;
         Handle<HealthMessage> message;
         EXPECT_EQ(HealthMessage::Decode(message.Receive(), bytes, &allocator), status) << bytes.size();
         EXPECT_EQ(bool(message), status == OK);
         EXPECT_TRUE(status == OK || allocator.Allocations() == 0);
+    };
+    expect(Message(0, 0, 0), ERROR_FORMAT);
+    expect(Message(3, 0, 0), ERROR_FORMAT);
+    expect(Message(1, 1, 81), ERROR_FORMAT);
+    expect(Message(2, 5, 80), OK);
+    expect(Message(1, 65'537, 65'537 * std::size_t{80}), ERROR_LIMIT);
+    expect(Message(1, 0xFFFFFFFF, 0), ERROR_LIMIT);
+    expect(Message(1, 0x03333334, 64), ERROR_LIMIT);
+    for (auto bytes = whole; !bytes.empty();) {
+        bytes.pop_back();
+        expect(bytes, ERROR_FORMAT);
     }
     Handle<HealthMessage> largest;
     EXPECT_EQ(HealthMessage::Decode(largest.Receive(), Message(1, 65'536, 65'536 * std::size_t{80}), nullptr), OK);
