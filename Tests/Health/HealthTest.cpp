@@ -8,7 +8,6 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -22,6 +21,7 @@
 #include <VxTestSupport/LogCapture.h>
 #include <VxTestSupport/ManualTime.h>
 #include <VxTestSupport/ScopedDefaultAllocator.h>
+#include <VxTestSupport/Threads.h>
 #include <VxTestSupport/Thrown.h>
 #include <VxVision/ProbeHook.h>
 
@@ -615,39 +615,34 @@ TEST(HealthThreadsTest, ReportsAreDigestedWhileOthersReadAndStop)
     const auto updated = health->NodeCacheUpdatedEvent().Subscribe([&](Health&, std::uint32_t, void*) { ++updates; });
 
     std::atomic<bool> ending{false};
-    std::vector<std::thread> threads;
-    threads.emplace_back([&] {
-        for (std::int64_t i = 0; !ending; ++i) {
-            TesselLib::VirtualSystem_InjectHealth(
-                *system, *MakeMessage(localId, Records{Record(2201, 0, i), Record(20001, 0, i)}));
+    int last = 0;
+    VxTestSupport::OnThreads(4, [&](int thread) {
+        if (thread == 0) {
+            EXPECT_TRUE(VxTestSupport::Eventually([&] { return updates >= 50; }));
+            health->Stop();
+            last = updates;
+            ending = true;
         }
-    });
-    threads.emplace_back([&] {
-        while (!ending) {
-            const Vx::Locker locker(health->GetLock());
-            std::int64_t drops = 0;
-            std::int64_t own = 0;
-            if (health->GetAppValue(21010, 0, &drops) && health->GetAppValue(20001, 0, &own)) {
-                EXPECT_EQ(drops, own);  // Both of the same report.
+        for (std::int64_t i = 0; !ending; ++i) {
+            if (thread == 1) {
+                TesselLib::VirtualSystem_InjectHealth(
+                    *system, *MakeMessage(localId, Records{Record(2201, 0, i), Record(20001, 0, i)}));
+            } else if (thread == 2) {
+                const Vx::Locker locker(health->GetLock());
+                std::int64_t drops = 0;
+                std::int64_t own = 0;
+                if (health->GetAppValue(21010, 0, &drops) && health->GetAppValue(20001, 0, &own)) {
+                    EXPECT_EQ(drops, own);  // Both of the same report.
+                }
+            } else {
+                health->AddNode(unknownId, 0);
+                health->RemoveNode(unknownId);
+                Handle<Nucleo::HealthProbe> probe;
+                EXPECT_EQ(VxVision::VvProbe_Construct(probe.Receive(), "probe", 1, 2, 3), OK);
+                health->ClearStats();
             }
         }
     });
-    threads.emplace_back([&] {
-        while (!ending) {
-            health->AddNode(unknownId, 0);
-            health->RemoveNode(unknownId);
-            Handle<Nucleo::HealthProbe> probe;
-            EXPECT_EQ(VxVision::VvProbe_Construct(probe.Receive(), "probe", 1, 2, 3), OK);
-            health->ClearStats();
-        }
-    });
-    EXPECT_TRUE(VxTestSupport::Eventually([&] { return updates >= 50; }));
-    health->Stop();
-    const int last = updates;
-    ending = true;
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
     EXPECT_EQ(updates, last);
     health.reset();
 }

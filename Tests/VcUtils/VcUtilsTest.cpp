@@ -206,15 +206,7 @@ TEST_F(VcUtilsNodeTest, NewAddressStepByStep)
     const std::string refused = "E error -6 changing IP configuration\n";
     const std::string alone = "E error re-connecting to node\n";
     const std::string failed = "E error -6 changing IP address\n";
-    const struct
-    {
-        Failures failures;
-        bool reachable;
-        Nucleo::Status status;
-        NodeState state;
-        std::string asked;
-        std::string log;
-    } cases[] = {
+    const std::tuple<Failures, bool, Nucleo::Status, NodeState, std::string, std::string> cases[] = {
         {{}, true, OK, NodeState::Online, "DS", applied},
         {{}, false, OK, NodeState::Unreachable, "D", offline},
         // A connection that cannot be closed keeps nobody from trying, whatever the state is.
@@ -224,21 +216,21 @@ TEST_F(VcUtilsNodeTest, NewAddressStepByStep)
         {{{'D', -5}, {'S', -6}}, false, -6, NodeState::Unreachable, "DSC", refused + alone + failed},
     };
     const IpConfig next = Config("10.1.2.3/8 10.0.0.1");
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.log);
-        Make(c.failures, c.reachable);
+    for (const auto& [failures, reachable, status, state, asked, logged] : cases) {
+        SCOPED_TRACE(logged);
+        Make(failures, reachable);
         const ScopedLogCapture log;
-        EXPECT_EQ(VcUtils_SetNodeIpAddress(&system_->Node(), mask_.data(), &next), c.status);
-        EXPECT_EQ(asked_, c.asked);
-        EXPECT_EQ(system_->Node().State(), c.state);
+        EXPECT_EQ(VcUtils_SetNodeIpAddress(&system_->Node(), mask_.data(), &next), status);
+        EXPECT_EQ(asked_, asked);
+        EXPECT_EQ(system_->Node().State(), state);
         std::string lines;
         for (std::string line : log.Texts("VcUtils/VcUtils")) {
             EXPECT_EQ(line.substr(2, 26), "VcUtils_SetNodeIpAddress: ");
             lines += line.erase(2, 26) + "\n";
         }
-        EXPECT_EQ(lines, c.log);
-        if (c.reachable) {  // It goes out as it is, mask included.
-            EXPECT_EQ(Present(), c.status == OK ? next : TestSystem::LocalNode().info.ipConfig);
+        EXPECT_EQ(lines, logged);
+        if (reachable) {  // It goes out as it is, mask included.
+            EXPECT_EQ(Present(), status == OK ? next : TestSystem::LocalNode().info.ipConfig);
         }
     }
 }

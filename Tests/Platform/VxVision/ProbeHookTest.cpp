@@ -2,14 +2,13 @@
 
 #include <chrono>
 #include <future>
-#include <thread>
 
 #include <gtest/gtest.h>
 
+#include <VxTestSupport/Gate.h>
 #include <VxVision/ProbeHook.h>
 
 using namespace Nucleo::Statuses;
-using namespace std::chrono_literals;
 using Nucleo::HealthProbe;
 using VxVision::VvProbe_Construct;
 using VxVision::VvProbe_SetConstructor;
@@ -59,34 +58,26 @@ TEST_F(ProbeHookTest, TheCallbackMayRemoveItself)
     EXPECT_EQ(VvProbe_Construct(probe.Receive(), "Blobs", 1, 0, 0), ERROR_STATE);
 }
 
-std::promise<void>* entered = nullptr;
-std::shared_future<void>* mayLeave = nullptr;
+VxTestSupport::Gate* gate = nullptr;
 
 TEST_F(ProbeHookTest, RemovalWaitsForACallOfAnotherThread)
 {
-    std::promise<void> inside;
-    std::promise<void> leave;
-    std::shared_future<void> left = leave.get_future().share();
-    entered = &inside;
-    mayLeave = &left;
-    ASSERT_EQ(VvProbe_SetConstructor([](HealthProbe** made, auto... args) {
-                  entered->set_value();
-                  mayLeave->wait_for(30s);
-                  return MakeProbe(made, args...);
-              }),
-              OK);
+    VxTestSupport::Gate inside;
+    gate = &inside;
+    const auto slow = [](HealthProbe** made, auto... args) {
+        gate->Pass();
+        return MakeProbe(made, args...);
+    };
+    ASSERT_EQ(VvProbe_SetConstructor(slow), OK);
     auto construct =
         std::async(std::launch::async, [this] { return VvProbe_Construct(probe.Receive(), "Slow", 1, 0, 0); });
-    ASSERT_EQ(inside.get_future().wait_for(30s), std::future_status::ready);
+    ASSERT_TRUE(inside.entered.Await());
     auto remove = std::async(std::launch::async, [] { return VvProbe_SetConstructor(nullptr); });
 
     // The callback is out of use once the removal waits, but the removal has not returned.
-    const auto deadline = std::chrono::steady_clock::now() + 30s;
-    while (VvProbe_SetConstructor(MakeProbe) != OK && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::yield();
-    }
-    EXPECT_EQ(remove.wait_for(0s), std::future_status::timeout);
-    leave.set_value();
+    EXPECT_TRUE(VxTestSupport::Eventually([] { return VvProbe_SetConstructor(MakeProbe) == OK; }));
+    EXPECT_EQ(remove.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
+    inside.open.Set();
     EXPECT_EQ(construct.get(), OK);
     EXPECT_EQ(remove.get(), OK);
 }
