@@ -83,8 +83,8 @@ private:
     std::shared_ptr<Node> node_;
 };
 
-/// Problems in the order in which they were added. What each operation costs does not depend on how many there are, but
-/// for Clear. Not locked: its owner guards it.
+/// Problems in the order in which they were added. What an operation costs, Clear apart, does not depend on how many
+/// there are. Not locked: its owner guards it.
 class ProblemList
 {
 public:
