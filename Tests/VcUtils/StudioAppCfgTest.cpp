@@ -3,17 +3,29 @@
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <iterator>
+#include <new>
 
 #include <gmock/gmock.h>
 
 #include <VxApi/Exception.h>
 #include <VxCommon/StudioAppCfg/StudioAppCfg.h>
+#include <VxTestSupport/ReplacedHeap.h>
 #include <VxTestSupport/TemporaryFolder.h>
+#include <VxTestSupport/Thrown.h>
 
 using namespace Nucleo::Statuses;
 using testing::HasSubstr;
 namespace fs = std::filesystem;
+
+static thread_local int untilFailure = -1;  // Allocations of this thread until one fails; negative: none does.
+
+void VxTestSupport::OnAllocation()
+{
+    if (untilFailure >= 0 && untilFailure-- == 0) {
+        throw std::bad_alloc();
+    }
+}
 
 namespace VxCommon
 {
@@ -39,9 +51,8 @@ protected:
     void WriteFile(const std::string& text) const { std::ofstream(file_, std::ios::binary) << text; }
     std::string FileText() const
     {
-        std::ostringstream text;
-        text << std::ifstream(file_, std::ios::binary).rdbuf();
-        return text.str();
+        std::ifstream file(file_, std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), {}};
     }
     std::size_t FilesInFolder() const
     {
@@ -78,27 +89,19 @@ TEST_F(StudioAppCfgTest, EveryElementIsReadAndWritten)
         "<WebPort>0</WebPort><ControlPort>65535</ControlPort></StudioAppCfg>");
     StudioAppCfg cfg;
     cfg.Load(file_);
-    const auto check = [](const StudioAppCfg& c) {
-        EXPECT_EQ(c.ControlPort(), 65535);
-        EXPECT_EQ(c.WebPort(), 0);
-        EXPECT_EQ(c.IpAddress(), TesselLib::IpAddress{});
-        EXPECT_FALSE(c.DiscoveryEnabled());
-        EXPECT_EQ(c.DiscoveryPort(), 65535);
-        EXPECT_EQ(c.DiscoveryInterval(), 60000U);
-        EXPECT_FALSE(c.DebugEnabled());
-        EXPECT_EQ(c.DebugLevel(), Vx::Logging::Level::Info);
-    };
-    check(cfg);
     cfg.Save(file_);
-    StudioAppCfg again;
-    again.Load(file_);
-    check(again);
-    // What a file leaves out has its default, not what was there before.
+    cfg.Load(file_);
+    EXPECT_EQ(cfg.ControlPort(), 65535);
+    EXPECT_EQ(cfg.WebPort(), 0);
+    EXPECT_EQ(cfg.IpAddress(), TesselLib::IpAddress{});
+    EXPECT_FALSE(cfg.DiscoveryEnabled());
+    EXPECT_EQ(cfg.DiscoveryPort(), 65535);
+    EXPECT_EQ(cfg.DiscoveryInterval(), 60000U);
+    EXPECT_FALSE(cfg.DebugEnabled());
+    EXPECT_EQ(cfg.DebugLevel(), Vx::Logging::Level::Info);
     WriteFile("<StudioAppCfg/>");
-    again.Load(file_);
-    const StudioAppCfg defaults;
-    EXPECT_EQ(again.IpAddress(), defaults.IpAddress());
-    EXPECT_EQ(again.DiscoveryInterval(), defaults.DiscoveryInterval());
+    cfg.Load(file_);
+    EXPECT_EQ(TextOf(cfg), TextOf(StudioAppCfg())) << "what a file leaves out has its default";
 }
 
 TEST_F(StudioAppCfgTest, SavingPassesOverWhatOthersLeftBesideTheFile)
@@ -115,48 +118,44 @@ TEST_F(StudioAppCfgTest, DamageInAnyElementIsRefusedByItsName)
 {
     const struct
     {
-        const char* name;
         std::vector<std::string> values;
-        const char* expected;
+        std::string expected;  // It begins with the element's name.
     } elements[] = {
-        {"ControlPort", {"", "-1", "65536", "80.5", "0x50", "8080a", "99999999999"}, "ControlPort must be a"},
-        {"ControlPort", {"8080"}, "ControlPort and WebPort must be different"},
-        {"WebPort", {"80<x/>81", "<x/>"}, "WebPort must hold a value, but holds elements."},
-        {"WebPort", {"", "+1", "65536", "8 0"}, "WebPort must be a"},
-        {"WebPort", {"8600"}, "both are \"8600\""},
-        {"IpAddress", {"", "localhost", "1.2.3", "1.2.3.256", "::1"}, "IpAddress must be an address such as"},
-        {"DiscoveryEnabled", {"", "True", "1", "yes"}, "DiscoveryEnabled must be true or false, but is"},
-        {"DiscoveryPort", {"", "0", "65536"}, "DiscoveryPort must be a whole number from 1 to 65535, but is"},
-        {"DiscoveryInterval", {"", "99", "60001"}, "DiscoveryInterval must be a whole number from 100 to 60000"},
-        {"DebugEnabled", {"", "on"}, "DebugEnabled must be true or false, but is"},
-        {"DebugLevel", {"", "0", "INFO", "none"}, "DebugLevel must be error, warning or info, but is"},
+        {{"", "-1", "65536", "80.5", "0x50", "8080a", "99999999999"}, "ControlPort must be a"},
+        {{"8080"}, "ControlPort and WebPort must be different"},
+        {{"80</WebPort><WebPort>81"}, "WebPort must be there once"},
+        {{"80<x/>81", "<x/>"}, "WebPort must hold a value, but holds elements."},
+        {{"", "+1", "65536", "8 0"}, "WebPort must be a"},
+        {{"", "localhost", "1.2.3", "1.2.3.256", "::1"}, "IpAddress must be an address such as"},
+        {{"", "True", "1", "yes"}, "DiscoveryEnabled must be true or false, but is"},
+        {{"", "0", "65536"}, "DiscoveryPort must be a whole number from 1 to 65535, but is"},
+        {{"", "99", "60001"}, "DiscoveryInterval must be a whole number from 100 to 60000"},
+        {{"", "on"}, "DebugEnabled must be true or false, but is"},
+        {{"", "0", "INFO", "none"}, "DebugLevel must be error, warning or info, but is"},
     };
     StudioAppCfg cfg;
     cfg.SetDiscoveryInterval(777);
     const std::string before = TextOf(cfg);
-    for (const auto& [name, values, expected] : elements) {
-        const std::string start = std::string("<") + name + ">";
-        const std::string end = std::string("</") + name + ">";
+    for (const auto& [values, expected] : elements) {
+        const std::string name = expected.substr(0, expected.find(' '));
         for (const std::string& value : values) {
-            SCOPED_TRACE(start + value);
-            WriteFile("<StudioAppCfg><DiscoveryInterval>555</DiscoveryInterval>" + start + value + end +
-                      "</StudioAppCfg>");
-            const bool twice = std::string(name) == "DiscoveryInterval";
-            EXPECT_THAT([&] { cfg.Load(file_); }, Refuses(ERROR_PARAMETER, twice ? "once" : expected));
-            WriteFile("<StudioAppCfg>" + start + value + end + "</StudioAppCfg>");
-            EXPECT_THAT([&] { cfg.Load(file_); }, Refuses(ERROR_PARAMETER, expected));
-            EXPECT_THAT([&] { cfg.Load(file_); }, Refuses(ERROR_PARAMETER, file_.string()));
+            const std::string element = "<" + name + ">" + value + "</" + name + ">";
+            SCOPED_TRACE(element);
+            WriteFile("<StudioAppCfg>" + element + "</StudioAppCfg>");
+            EXPECT_THAT([&] { cfg.Load(file_); },
+                        Refuses(ERROR_PARAMETER, file_.string() + "\" cannot be used: " + expected));
             EXPECT_EQ(TextOf(cfg), before);
-            EXPECT_THAT(FileText(), HasSubstr(start)) << "a refused file stays as it is";
+            EXPECT_THAT(FileText(), HasSubstr(element)) << "a refused file stays as it is";
         }
     }
-    for (const auto& [text, status] :
-         {std::pair<std::string, Nucleo::Status>{"", ERROR_FORMAT},
-          {"<StudioAppCfg>", ERROR_FORMAT},
-          {"<Other/>", ERROR_FORMAT},
-          {"<StudioAppCfg>" + std::string(70'000, ' ') + "</StudioAppCfg>", ERROR_LIMIT}}) {
+    for (const auto& [text, said] : {std::pair<std::string, const char*>{"", "-988"},
+                                     {"<Other/>", "must be StudioAppCfg, but is Other"},
+                                     {{"\xFF\xFE<\0/\0", 6}, "must be a text in UTF-8, but is one in UTF-16"},
+                                     {{"\0<\0/", 4}, "UTF-16"},
+                                     {"<StudioAppCfg>" + std::string(70'000, ' ') + "</StudioAppCfg>", "-985"}}) {
         WriteFile(text);
-        EXPECT_THAT([&] { cfg.Load(file_); }, Refuses(status, file_.string())) << text.substr(0, 20);
+        EXPECT_THAT(VxTestSupport::MessageThrown([&] { cfg.Load(file_); }),
+                    testing::AllOf(HasSubstr(file_.string()), HasSubstr(said)));
     }
     EXPECT_EQ(TextOf(cfg), before);
 }
@@ -175,27 +174,27 @@ TEST_F(StudioAppCfgTest, SettersKeepTheirBounds)
     cfg.SetControlPort(8080);
     EXPECT_THAT([&] { cfg.Save(file_); }, Refuses(ERROR_PARAMETER, "ControlPort and WebPort must be different"));
     EXPECT_EQ(FilesInFolder(), 0U);
-    cfg.SetWebPort(8600);
-    cfg.Save(file_);
     cfg.SetControlPort(0);
     cfg.SetWebPort(0);
     cfg.Save(file_);
 }
 
-TEST_F(StudioAppCfgTest, UnknownElementsAndTheFilesModeStay)
+TEST_F(StudioAppCfgTest, UnknownElementsAreToldOfAndStayAsTheFilesModeDoes)
 {
     WriteFile(
         "<StudioAppCfg version='7'><Future a='1'><More>x &amp; y</More></Future><WebPort>81</WebPort>"
-        "<Future/></StudioAppCfg>");
+        "<webport>83</webport></StudioAppCfg>");
     ::chmod(file_.c_str(), 0600);
     StudioAppCfg cfg;
     cfg.Load(file_);
+    EXPECT_THAT(cfg.Warnings(),
+                testing::ElementsAre("The element Future is not known and is passed over.",
+                                     "The element webport is not known and is passed over; did you mean WebPort?"));
     cfg.SetWebPort(82);
-    const StudioAppCfg copy = cfg;
-    copy.Save(file_);
-    EXPECT_THAT(FileText(), HasSubstr("<StudioAppCfg version=\"7\">"));
-    EXPECT_THAT(FileText(), testing::ContainsRegex("<Future a=\"1\">\\s*<More>x &amp; y</More>\\s*</Future>"));
-    EXPECT_THAT(FileText(), testing::ContainsRegex("<WebPort>82</WebPort>\\s*<Future ?/>"));
+    cfg.Save(file_);
+    EXPECT_THAT(FileText(), testing::ContainsRegex("<StudioAppCfg version=\"7\">\\s*<Future a=\"1\">\\s*"
+                                                   "<More>x &amp; y</More>\\s*</Future>"));
+    EXPECT_THAT(FileText(), testing::ContainsRegex("<WebPort>82</WebPort>\\s*<webport>83</webport>"));
     EXPECT_EQ(fs::status(file_).permissions(), fs::perms::owner_read | fs::perms::owner_write);
 }
 
@@ -209,6 +208,24 @@ TEST_F(StudioAppCfgTest, FailedReplacementLeavesNothingBehind)
     fs::remove_all(file_);
     ASSERT_EQ(::mkfifo(file_.c_str(), 0600), 0);
     EXPECT_THAT([&] { cfg.Load(file_); }, Refuses(ERROR_ACCESS, file_.string())) << "and nobody waits for a writer";
+    fs::remove(file_);
+    fs::create_symlink("nowhere", file_);
+    EXPECT_THAT([&] { cfg.Load(file_); }, Refuses(ERROR_NOT_FOUND, "is a link to \"nowhere\", which does not exist."));
+    EXPECT_THAT([&] { cfg.Save(file_); }, Refuses(ERROR_NOT_FOUND, file_.string()));
+    EXPECT_EQ(fs::read_symlink(file_), "nowhere");
+}
+
+TEST_F(StudioAppCfgTest, LackOfMemoryIsAStatus)
+{
+    StudioAppCfg cfg;
+    const std::string text = TextOf(cfg);
+    Nucleo::Status status = ERROR_MEMORY;
+    for (int failing = 0; status == ERROR_MEMORY; ++failing) {
+        untilFailure = failing;
+        status = VxTestSupport::StatusThrown([&] { cfg.Write(), cfg.Read(text.data(), text.size()); });
+    }
+    EXPECT_EQ(status, OK);
+    EXPECT_GE(std::exchange(untilFailure, -1), 0) << "none has failed";
 }
 
 }  // namespace

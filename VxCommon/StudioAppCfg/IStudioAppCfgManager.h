@@ -3,6 +3,8 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <string>
+#include <vector>
 
 #include <TesselLib/Address.h>
 #include <VxApi/Logging.h>
@@ -52,13 +54,17 @@ public:
     virtual void SetDebugLevel(DebugLevels level) = 0;
 
     /// Takes the settings from a file. A setting that the file does not have takes its default; a missing file is made
-    /// with the defaults. Throws Vx::Exception, and the settings stay, when the file cannot be read or made, is no
-    /// document of this kind, or has a value that is refused: the message names the file, the element and what was
-    /// expected.
+    /// with the defaults. Throws Vx::Exception, and the settings stay, when the file cannot be read or made, is a link
+    /// that leads nowhere, is no document of this kind, or has a value that is refused: the message names the file, the
+    /// element and what was expected.
     virtual void Load(const std::filesystem::path& file) = 0;
 
+    /// What is odd about what was loaded last, one sentence for each element that is not known, ten at most; it names
+    /// the element, and the one that may be meant. Empty when nothing is. Nobody else says it.
+    virtual const std::vector<std::string>& Warnings() const = 0;
+
     /// Writes the settings to a file, all or nothing, with the unknown elements of what was loaded last. Throws
-    /// Vx::Exception when that is impossible; the old file stays then.
+    /// Vx::Exception when that is impossible, or the file is a link that leads nowhere; the old file stays then.
     virtual void Save(const std::filesystem::path& file) const = 0;
 };
 

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <charconv>
 #include <limits>
+#include <new>
 #include <utility>
 
 #include <Nucleo/XmlDocument.h>
@@ -15,6 +16,7 @@ namespace
 {
 
 constexpr const char* rootName = "StudioAppCfg";
+constexpr std::size_t maxWarnings = 10;
 
 using Level = IStudioAppCfgManager::DebugLevels;
 constexpr std::pair<Level, std::string_view> levels[] = {
@@ -29,11 +31,16 @@ constexpr Bounds anyPort{0, std::numeric_limits<std::uint16_t>::max()};
 constexpr Bounds usedPort{1, std::numeric_limits<std::uint16_t>::max()};
 constexpr Bounds interval{100, 60000};
 
-[[noreturn]] void Refuse(const char* name, const std::string& expected, std::string_view value)
+/// The text as far as a message has room for it.
+std::string Shown(std::string_view text)
 {
     constexpr std::size_t longest = 60;
-    const std::string shown = value.size() <= longest ? std::string(value) : std::string(value, 0, longest) + "...";
-    VX_THROW(ERROR_PARAMETER, "%s must be %s, but is \"%s\".", name, expected, shown);
+    return text.size() <= longest ? std::string(text) : std::string(text, 0, longest) + "...";
+}
+
+[[noreturn]] void Refuse(const char* name, const std::string& expected, std::string_view value)
+{
+    VX_THROW(ERROR_PARAMETER, "%s must be %s, but is \"%s\".", name, expected, Shown(value));
 }
 
 [[noreturn]] void RefuseNumber(const char* name, const Bounds& bounds, std::string_view value)
@@ -141,6 +148,51 @@ constexpr Element elements[] = {
      [](const Cfg& cfg) { return FromLevel(cfg.DebugLevel()); }},
 };
 
+bool DiffersInCaseAlone(std::string_view a, std::string_view b)
+{
+    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(), [&](char x, char y) { return lower(x) == lower(y); });
+}
+
+/// Says that nothing is taken from an element of this name.
+std::string UnknownElement(std::string_view name)
+{
+    const auto* meant = std::find_if(std::begin(elements), std::end(elements),
+                                     [&](auto& e) { return DiffersInCaseAlone(e.name, name); });
+    return "The element " + Shown(name) + " is not known and is passed over" +
+           (meant != std::end(elements) ? std::string("; did you mean ") + meant->name + "?" : ".");
+}
+
+/// Whether the text is UTF-16: it begins with the mark of that, or with a character of two bytes.
+bool IsUtf16(std::string_view text)
+{
+    using namespace std::string_view_literals;
+    return text.starts_with("\xFF\xFE"sv) || text.starts_with("\xFE\xFF"sv) || text.starts_with("<\0"sv) ||
+           text.starts_with("\0<"sv);
+}
+
+/// A link that leads nowhere would count as a missing file, and be replaced by one.
+void CheckLink(const std::filesystem::path& file)
+{
+    std::error_code error;
+    if (std::filesystem::is_symlink(std::filesystem::symlink_status(file, error)) &&
+        std::filesystem::status(file, error).type() == std::filesystem::file_type::not_found) {
+        VX_THROW(ERROR_NOT_FOUND, "\"%s\" is a link to \"%s\", which does not exist.", file.string(),
+                 std::filesystem::read_symlink(file, error).string());
+    }
+}
+
+/// Gives a lack of memory its status.
+template <class Action>
+auto WithMemory(Action action)
+{
+    try {
+        return action();
+    } catch (const std::bad_alloc&) {
+        VX_THROW(ERROR_MEMORY);
+    }
+}
+
 void CheckTogether(const StudioAppCfg& cfg)
 {
     if (cfg.ControlPort() != 0 && cfg.ControlPort() == cfg.WebPort()) {
@@ -187,11 +239,17 @@ void StudioAppCfg::SetDebugLevel(DebugLevels level)
 
 std::vector<unsigned char> StudioAppCfg::Write() const
 {
+    return WithMemory([this] { return ToBytes(); });
+}
+
+std::vector<unsigned char> StudioAppCfg::ToBytes() const
+{
     CheckTogether(*this);
     Nucleo::XmlDocument document;
     Nucleo::XmlNode root;
     if (document_.empty()) {
         root = document.CreateRoot(rootName);
+        VX_CHECK(root ? OK : ERROR_MEMORY);
     } else {
         VX_CHECK(document.Parse(document_));
         root = document.Root();
@@ -209,8 +267,15 @@ std::vector<unsigned char> StudioAppCfg::Write() const
 
 void StudioAppCfg::Read(const void* data, std::size_t size)
 {
-    const std::string_view text(static_cast<const char*>(data), size);
+    WithMemory([&] { *this = FromText({static_cast<const char*>(data), size}); });
+}
+
+StudioAppCfg StudioAppCfg::FromText(std::string_view text)
+{
     Nucleo::XmlDocument document;
+    if (IsUtf16(text)) {
+        VX_THROW(ERROR_FORMAT, "The configuration must be a text in UTF-8, but is one in UTF-16.");
+    }
     if (const Status status = document.Parse(text); status != OK) {
         VX_THROW(status, "The configuration is no XML document that can be read: %s.",
                  std::string(Nucleo::StatusText(status)));
@@ -225,6 +290,9 @@ void StudioAppCfg::Read(const void* data, std::size_t size)
         const auto* element =
             std::find_if(std::begin(elements), std::end(elements), [&](auto& known) { return known.name == name; });
         if (element == std::end(elements)) {
+            if (read.warnings_.size() < maxWarnings) {
+                read.warnings_.push_back(UnknownElement(name));
+            }
             continue;
         }
         if (std::find(seen.begin(), seen.end(), name) != seen.end()) {
@@ -239,11 +307,12 @@ void StudioAppCfg::Read(const void* data, std::size_t size)
     }
     CheckTogether(read);
     read.document_ = text;
-    *this = std::move(read);
+    return read;
 }
 
 void StudioAppCfg::Load(const std::filesystem::path& file)
 {
+    CheckLink(file);
     std::vector<std::uint8_t> content;
     const Status status = TesselLib::LocalFile_Read(file, Nucleo::XmlDocument::MaxSize, &content);
     if (status == ERROR_NOT_FOUND) {
@@ -264,6 +333,7 @@ void StudioAppCfg::Load(const std::filesystem::path& file)
 
 void StudioAppCfg::Save(const std::filesystem::path& file) const
 {
+    CheckLink(file);
     const std::vector<unsigned char> text = Write();
     if (const Status status = TesselLib::LocalFile_Replace(file, text.data(), text.size()); status != OK) {
         VX_THROW(status, "\"%s\" cannot be written: %s.", file.string(), std::string(Nucleo::StatusText(status)));

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <VxCommon/StudioAppCfg/IStudioAppCfgManager.h>
@@ -36,17 +37,21 @@ public:
 
     void Load(const std::filesystem::path& file) override;
     void Save(const std::filesystem::path& file) const override;
+    const std::vector<std::string>& Warnings() const override { return warnings_; }
 
     /// The XML text: what was read last, with the settings' elements as they are now. Elements that are not known stay,
     /// comments do not. Throws ERROR_PARAMETER when both ports are the same, ERROR_LIMIT when the text would be too
-    /// large to be read again.
+    /// large to be read again, ERROR_MEMORY.
     std::vector<unsigned char> Write() const;
 
     /// Takes the settings from an XML text. All or nothing; throws ERROR_FORMAT or ERROR_LIMIT when it is no document
-    /// of this kind, ERROR_PARAMETER for a refused value and for a setting that is there twice.
+    /// of this kind, ERROR_PARAMETER for a refused value and for a setting that is there twice, ERROR_MEMORY.
     void Read(const void* data, std::size_t size);
 
 private:
+    std::vector<unsigned char> ToBytes() const;
+    static StudioAppCfg FromText(std::string_view text);
+
     std::uint16_t controlPort_ = 8600;
     std::uint16_t webPort_ = 8080;
     TesselLib::IpAddress ipAddress_{{127, 0, 0, 1}};
@@ -56,6 +61,7 @@ private:
     bool debugEnabled_ = true;
     DebugLevels debugLevel_ = DebugLevels::Warning;
     std::string document_;  // What was read last; keeps what this version does not know.
+    std::vector<std::string> warnings_;
 };
 
 }  // namespace VxCommon
