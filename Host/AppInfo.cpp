@@ -42,7 +42,7 @@ bool IsNewer(const std::string& text, const std::string& than)
                                         std::end(version.parts));
 }
 
-/// Whether the file already says what it should.
+/// Whether the file can stay as it is.
 bool Check(const std::filesystem::path& file)
 {
     std::vector<std::uint8_t> bytes;
@@ -57,16 +57,18 @@ bool Check(const std::filesystem::path& file)
         const std::string& version = found.ProductionVersion();
         if (IsNewer(version, Version)) {
             Vx::Logging::Public(Level::Warning, "Start",
-                                "The data folder was last used by version %s, which is newer than %s: what only that "
+                                "The data folder was used by version %s, which is newer than %s: what only that "
                                 "version knows is passed over.",
                                 version, Version);
-        } else if (version != Version) {
-            Vx_Debug_Log(Info, "The data folder was last used by version %s.", version);
+            return true;  // So that the next start says it again.
+        }
+        if (version != Version) {
+            Vx_Debug_Log(Info, "The data folder was used by version %s.", version);
         }
         return version == Version && found.ReleaseType() == releaseType;
     } catch (const std::exception& exception) {
         Vx::Logging::Public(Level::Warning, "Start",
-                            "%s cannot be used (%s) and is written anew; which version used the data folder last is "
+                            "%s cannot be used (%s) and is written anew; which version has used the data folder is "
                             "not known.",
                             fileName, exception.what());
         return false;
