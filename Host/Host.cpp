@@ -13,6 +13,7 @@
 
 #include "AppInfo.h"
 #include "AutoSaveWatch.h"
+#include "ControllerInfo.h"
 #include "DomainHandler.h"
 #include "FileRetry.h"
 #include "HealthResources.h"
@@ -45,27 +46,44 @@ auto Start(ExitCode code, Action action)
     }
 }
 
+/// Says which part of the way to the data folder is none; the storage would say that permission was denied.
+void CheckWayTo(const std::filesystem::path& dataFolder)
+{
+    std::filesystem::path way;
+    for (const std::filesystem::path& step : dataFolder) {
+        way /= step;
+        std::error_code error;
+        const std::filesystem::file_status status = std::filesystem::status(way, error);
+        if (std::filesystem::exists(status) && !std::filesystem::is_directory(status)) {
+            VX_THROW(Nucleo::ERROR_ACCESS, "--data: \"%s\" must be a folder, but is a file", way.string());
+        }
+    }
+}
+
 /// The system in the data folder, which is not touched when the options are unusable; `*storage` lives as long.
 VxCommon::TesselSystem OpenSystem(const HostOptions& options, const LimitedStorage** storage)
 {
     Start(ExitCode::Usage, [&] { VxRest::HttpServer::Check(options.server); });
     return Start(ExitCode::Data, [&] {
+        CheckWayTo(options.dataFolder);
         auto opened = std::make_unique<LimitedStorage>(OpenDataFolder(options.dataFolder), options.dataFolder,
                                                        options.storage.size);
         if (options.application == VxCommon::TesselSystem::ApplicationType::PixoraService) {
             CreateServiceConfiguration(options);
         }
         *storage = opened.get();
-        return MakeVirtualController(std::move(opened), options.nodes, options.application);
+        return MakeVirtualController(std::move(opened), options.nodes, options.application, options.server.address);
     });
 }
 
 }  // namespace
 
-// In the order in which the parts are made; they are destroyed the other way round.
+// They are destroyed the other way round: health goes after the manager and all that uses it.
 struct Host::Parts
 {
-    explicit Parts(const HostOptions& options) : system(OpenSystem(options, &storage))
+    explicit Parts(const HostOptions& options)
+        : system(OpenSystem(options, &storage)),
+          platform(Start(ExitCode::Failure, [&] { return MakePlatformAttributes(system, options); }))
     {
         Start(ExitCode::Failure, [&] { RecordAppInfo(options.dataFolder); });
         StartReport report = Start(ExitCode::Failure, [&] { return LoadState(manager, info, watch); });
@@ -80,8 +98,9 @@ struct Host::Parts
         problemsDir.emplace(problems).Register(router);
         healthResources.emplace(router, *health);
         resources.emplace(router, std::vector<Setting*>{&acquisition, &network, &layout},
-                          StatusResource::Facts{*storage, options.nodes + 1}, manager, watch, *health);
+                          StatusResource::Facts{*storage, options.nodes + 1, platform}, manager, watch, *health);
         Start(ExitCode::Network, [&] { server.emplace(router, options.server); });
+        platform.UpdateWebPort(server->Port());
         resources->SetServer(*server);
     }
 
@@ -89,6 +108,8 @@ struct Host::Parts
     UpdateCounter updates;
     const LimitedStorage* storage = nullptr;
     VxCommon::TesselSystem system;
+    VxCommon::PlatformAttributes platform;
+    std::optional<HostHealth> health;
     VxCommon::PersistManager manager{system, updates};
     Setting acquisition{"acquisition", PersistDomain::JOB, &MakeSettingGroup<AcquisitionSettings>, manager};
     Setting network{"network", PersistDomain::GLOBAL, &MakeSettingGroup<NetworkSettings>, manager};
@@ -99,7 +120,6 @@ struct Host::Parts
     std::optional<FileRetry> retry;
     VxCommon::ProblemsManager problems;
     std::optional<ProblemChecker> checker;
-    std::optional<HostHealth> health;
     VxRest::ResourceRouter router;
     std::optional<VxCommon::PersistDir> jobs;
     std::optional<VxCommon::LogsDir> logs;

@@ -1,7 +1,6 @@
 #include "HostResources.h"
 
 #include <string>
-#include <utility>
 
 namespace VxHost
 {
@@ -20,12 +19,12 @@ std::vector<std::string> Paths(const std::vector<Setting*>& settings)
 }  // namespace
 
 HostResources::HostResources(VxRest::ResourceRouter& router, const std::vector<Setting*>& settings,
-                             StatusResource::Facts facts, const VxCommon::PersistManager& manager,
+                             const StatusResource::Facts& facts, const VxCommon::PersistManager& manager,
                              const AutoSaveWatch& watch, const HostHealth& health)
     : router_(router),
       settingsLinks_(Paths(settings)),
       status_(facts, manager, watch, health),
-      prometheus_(health),
+      prometheus_(facts.platform, health),
       root_({"/health", "/jobs", "/logs", "/metrics", "/metrics/prometheus", "/notifications", "/problems", "/settings",
              "/status"})
 {

@@ -19,8 +19,9 @@ class HostResources
 {
 public:
     /// All of it must outlive the object.
-    HostResources(VxRest::ResourceRouter& router, const std::vector<Setting*>& settings, StatusResource::Facts facts,
-                  const VxCommon::PersistManager& manager, const AutoSaveWatch& watch, const HostHealth& health);
+    HostResources(VxRest::ResourceRouter& router, const std::vector<Setting*>& settings,
+                  const StatusResource::Facts& facts, const VxCommon::PersistManager& manager,
+                  const AutoSaveWatch& watch, const HostHealth& health);
 
     /// Waits for requests that are being served.
     ~HostResources();

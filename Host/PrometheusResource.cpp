@@ -6,6 +6,7 @@
 
 #include <VxCommon/Logger/VcLogger.h>
 
+#include "ControllerInfo.h"
 #include "IndicatorMetrics.h"
 #include "OpenMetrics.h"
 #include "Version.h"
@@ -16,6 +17,14 @@ namespace
 {
 
 using Kind = OpenMetrics::Kind;
+
+void WriteController(OpenMetrics& page, const ControllerInfo& controller)
+{
+    page.Begin(Kind::Info, "vx_controller", "", "What the program runs as, on and under which address.",
+               {"application", "controller_type", "address", "control_port", "web_port"});
+    page.Add(1, {controller.application, controller.controllerType, controller.address, controller.controlPort,
+                 controller.webPort});
+}
 
 void WriteCores(OpenMetrics& page, const std::vector<CoreReading>& cores)
 {
@@ -142,6 +151,8 @@ nlohmann::json PrometheusResource::Document(const VxRest::RequestInfo& /*request
     OpenMetrics page;
     page.Begin(Kind::Info, "vx_build", "", "The program that answers.", {"version"});
     page.Add(1, {Version});
+    const VxRest::HttpServer* const server = server_;
+    WriteController(page, ControllerInfo(platform_, server != nullptr));
     page.Begin(Kind::Gauge, "process_start_time_seconds", "seconds", "When the program started, since 1970.");
     page.Add(std::chrono::duration<double>(start_.time_since_epoch()).count());
     const MachineReading machine = health_.Reporter().Latest();
@@ -152,7 +163,7 @@ nlohmann::json PrometheusResource::Document(const VxRest::RequestInfo& /*request
     WriteNodes(page, health_.Nodes().Nodes());
     WriteIndicators(page, DefaultIndicators(health_.Collector()));
     WriteLogs(page);
-    if (const VxRest::HttpServer* server = server_) {
+    if (server != nullptr) {
         WriteServer(page, server->Statistics());
     }
     response.SetText(std::string(OpenMetrics::mediaType), std::move(page).Finish());

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <chrono>
 
+#include <VxCommon/PlatformAttributes/PlatformAttributes.h>
 #include <VxRest/HttpServer.h>
 #include <VxRest/Resource.h>
 
@@ -16,16 +17,20 @@ namespace VxHost
 class PrometheusResource final : public VxRest::DocumentResourceBase
 {
 public:
-    /// `health` must outlive the resource.
-    explicit PrometheusResource(const HostHealth& health) : health_(health) {}
+    /// Both must outlive the resource; the ports of `platform` are known with the server.
+    PrometheusResource(const VxCommon::PlatformAttributes& platform, const HostHealth& health)
+        : platform_(platform), health_(health)
+    {}
 
-    /// The server whose counters are shown; until it is there they are missing. It must outlive every request.
+    /// The server whose counters are shown; until it is there they are missing, and the ports are 0. It must outlive
+    /// every request.
     void SetServer(const VxRest::HttpServer& server) noexcept { server_ = &server; }
 
     /// Answers with the page as a text of its own media type.
     nlohmann::json Document(const VxRest::RequestInfo& request, VxRest::ResponseInfo& response) override;
 
 private:
+    const VxCommon::PlatformAttributes& platform_;
     const HostHealth& health_;
     std::atomic<const VxRest::HttpServer*> server_{nullptr};
     const std::chrono::system_clock::time_point start_ = std::chrono::system_clock::now();

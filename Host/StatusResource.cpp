@@ -5,6 +5,7 @@
 
 #include <VxCommon/Logger/VcLogger.h>
 
+#include "ControllerInfo.h"
 #include "Version.h"
 
 namespace VxHost
@@ -22,6 +23,11 @@ struct StatusProperties final : Vx::Params::Group
     StatusProperties() : Group("Status") {}
 
     Value<std::string> version{*this, "version", {.readOnly = true}};
+    Value<std::string> application{*this, "application", {.readOnly = true}};
+    Value<std::string> controllerType{*this, "controllerType", {.title = "Controller type", .readOnly = true}};
+    Value<std::string> address{*this, "address", {.title = "Address of the interface", .readOnly = true}};
+    Value<std::uint64_t> controlPort{*this, "controlPort", {.title = "Control port; 0: none", .readOnly = true}};
+    Value<std::uint64_t> webPort{*this, "webPort", {.title = "Port of this interface", .readOnly = true}};
     Value<std::uint64_t> upTime{*this, "upTime", {.title = "Time since the start", .units = "s", .readOnly = true}};
     Value<std::uint64_t> nodes{*this, "nodes", {.title = "Nodes of the system", .readOnly = true}};
     Value<std::uint64_t> freeSpace{
@@ -48,6 +54,15 @@ struct StatusProperties final : Vx::Params::Group
         *this, "slowClients", {.title = "Notice streams cut off as too slow", .readOnly = true}};
 };
 
+void FillController(StatusProperties& status, const ControllerInfo& controller)
+{
+    status.application.Fill(controller.application);
+    status.controllerType.Fill(controller.controllerType);
+    status.address.Fill(controller.address);
+    status.controlPort.Fill(controller.controlPort);
+    status.webPort.Fill(controller.webPort);
+}
+
 void FillLogs(StatusProperties& status)
 {
     const Vx::Locker locker = VcLogger_GetLock();
@@ -66,7 +81,9 @@ StatusResource::StatusResource(Facts facts, const VxCommon::PersistManager& mana
 nlohmann::json StatusResource::Document(const VxRest::RequestInfo& request, VxRest::ResponseInfo& /*response*/)
 {
     StatusProperties status;
+    const VxRest::HttpServer* const server = server_;
     status.version.Fill(Version);
+    FillController(status, ControllerInfo(facts_.platform, server != nullptr));
     const auto upTime = std::chrono::steady_clock::now() - start_;
     status.upTime.Fill(static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::seconds>(upTime).count()));
     status.nodes.Fill(facts_.nodes);
@@ -78,7 +95,7 @@ nlohmann::json StatusResource::Document(const VxRest::RequestInfo& request, VxRe
     FillLogs(status);
     status.droppedHealthMessages.Fill(health_.Collector().DroppedMessages());
     status.refusedHealthReports.Fill(health_.Reporter().RefusedReports());
-    if (const VxRest::HttpServer* server = server_) {
+    if (server != nullptr) {
         const VxRest::HttpServerStatistics counters = server->Statistics();
         status.requests.Fill(counters.requests);
         status.connections.Fill(counters.connections);

@@ -6,6 +6,7 @@
 
 #include <VxApi/Params.h>
 #include <VxCommon/Persistence/PersistManager.h>
+#include <VxCommon/PlatformAttributes/PlatformAttributes.h>
 #include <VxRest/HttpServer.h>
 #include <VxRest/Resource.h>
 
@@ -26,13 +27,15 @@ public:
     {
         const LimitedStorage& storage;
         std::uint64_t nodes = 0;
+        const VxCommon::PlatformAttributes& platform;  ///< Its ports are known with the server.
     };
 
-    /// The storage, the manager, the watch and the health must outlive the resource.
+    /// What the facts refer to, the manager, the watch and the health must outlive the resource.
     StatusResource(Facts facts, const VxCommon::PersistManager& manager, const AutoSaveWatch& watch,
                    const HostHealth& health);
 
-    /// The server whose counters are shown; until it is there they are 0. It must outlive every request.
+    /// The server whose counters are shown; until it is there they are 0, and so are the ports. It must outlive every
+    /// request.
     void SetServer(const VxRest::HttpServer& server) noexcept { server_ = &server; }
 
     nlohmann::json Document(const VxRest::RequestInfo& request, VxRest::ResponseInfo& response) override;

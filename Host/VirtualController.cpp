@@ -1,5 +1,7 @@
 #include "VirtualController.h"
 
+#include <arpa/inet.h>
+
 #include <string>
 #include <utility>
 #include <vector>
@@ -23,6 +25,17 @@ TesselLib::VirtualNodeDescription DescribeNode(std::uint32_t id)
     return node;
 }
 
+TesselLib::IpAddress ParseAddress(const std::string& text)
+{
+    TesselLib::IpAddress address;
+    const std::string plain = text == "localhost" ? "127.0.0.1" : text.substr(0, text.find('%'));
+    if (::inet_pton(AF_INET, plain.c_str(), address.bytes.data()) != 1) {
+        address.version = TesselLib::IpVersion::V6;
+        VX_CHECK(::inet_pton(AF_INET6, plain.c_str(), address.bytes.data()) == 1 ? Nucleo::OK : Nucleo::ERROR_FORMAT);
+    }
+    return address;
+}
+
 }  // namespace
 
 std::unique_ptr<TesselLib::DirectoryStorage> OpenDataFolder(const std::filesystem::path& dataFolder)
@@ -40,10 +53,12 @@ std::unique_ptr<TesselLib::DirectoryStorage> OpenDataFolder(const std::filesyste
 }
 
 VxCommon::TesselSystem MakeVirtualController(std::unique_ptr<TesselLib::Storage> storage, std::uint32_t simulatedNodes,
-                                             VxCommon::TesselSystem::ApplicationType application)
+                                             VxCommon::TesselSystem::ApplicationType application,
+                                             const std::string& address)
 {
     std::vector<TesselLib::VirtualNodeDescription> nodes;
     nodes.push_back(DescribeNode(LocalNodeId));
+    nodes.back().info.ipConfig.address = ParseAddress(address);
     nodes.back().storage = std::move(storage);
     for (std::uint32_t i = 1; i <= simulatedNodes; ++i) {
         nodes.push_back(DescribeNode(LocalNodeId + i));

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <string>
 
 #include <TesselLib/DirectoryStorage.h>
 #include <VxCommon/TesselSystem/TesselSystem.h>
@@ -18,9 +19,10 @@ inline constexpr std::uint32_t LocalNodeId = 100;
 /// another process holds the folder.
 std::unique_ptr<TesselLib::DirectoryStorage> OpenDataFolder(const std::filesystem::path& dataFolder);
 
-/// Builds the system for an application of this type: the local node keeps its files in `storage`, the
-/// `simulatedNodes` others have none.
+/// Builds the system for an application of this type: the local node keeps its files in `storage` and has an interface
+/// of this address, an IP address or "localhost"; the `simulatedNodes` others have neither.
 VxCommon::TesselSystem MakeVirtualController(std::unique_ptr<TesselLib::Storage> storage, std::uint32_t simulatedNodes,
-                                             VxCommon::TesselSystem::ApplicationType application);
+                                             VxCommon::TesselSystem::ApplicationType application,
+                                             const std::string& address = "127.0.0.1");
 
 }  // namespace VxHost
