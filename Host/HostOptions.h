@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <filesystem>
 #include <optional>
+#include <string>
+#include <vector>
 
 #include <VxApi/Logging.h>
 #include <VxCommon/PlatformAttributes/IPlatformAttributes.h>
@@ -31,6 +33,13 @@ struct StorageLimits
     std::uint64_t size = 0;       ///< Bytes that the data folder may take; 0: what its file system has.
 };
 
+/// What there is to say of a configuration file once there is a log.
+struct ConfigurationNotes
+{
+    std::string used;                   ///< Which file, and what came from it; empty when none was looked at.
+    std::vector<std::string> warnings;  ///< A sentence each.
+};
+
 struct HostOptions
 {
     std::filesystem::path dataFolder = "vxhost-data";
@@ -38,6 +47,8 @@ struct HostOptions
         VxCommon::IPlatformAttributes::ApplicationType::PixoraFirmware;
     std::uint32_t nodes = 0;  ///< Simulated nodes beside the local one.
     Vx::Logging::Level logLevel = Vx::Logging::Level::Warning;
+    bool filterPublicLog = false;  ///< Whether the public log shows each text once only.
+    ConfigurationNotes configuration;
     StorageLimits storage;
     VxRest::HttpServerOptions server;
 };

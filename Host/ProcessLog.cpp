@@ -15,9 +15,10 @@ constexpr std::uint32_t hostSourceId = 1;
 
 }  // namespace
 
-ProcessLog::ProcessLog()
+ProcessLog::ProcessLog(bool filterPublic)
 {
     VX_CHECK(VcLogger_Construct(&logger_, hostSourceId, Nucleo::Timer_Scale(Nucleo::Timer_Query()), nullptr));
+    static_cast<void>(VcLogger_EnablePublicMessageFilter(filterPublic ? 1 : 0));
     if (const Nucleo::Status status = VcLogger_AddLogHandler(); status != Nucleo::OK) {
         static_cast<void>(Nucleo::Destroy(logger_));
         VX_THROW(status);

@@ -10,8 +10,9 @@ namespace VxHost
 class ProcessLog
 {
 public:
-    /// Throws Vx::Exception with ERROR_ALREADY_EXISTS when the process has a logger.
-    ProcessLog();
+    /// `filterPublic`: whether the public log shows each text once only, until it is cleared. Throws Vx::Exception with
+    /// ERROR_ALREADY_EXISTS when the process has a logger.
+    explicit ProcessLog(bool filterPublic = false);
     ~ProcessLog();
     ProcessLog(const ProcessLog&) = delete;
     ProcessLog& operator=(const ProcessLog&) = delete;

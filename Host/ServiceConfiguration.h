@@ -14,8 +14,9 @@ struct NamedOptions
     bool logLevel = false;
 };
 
-/// Takes the web port, the address and the debug level; the defaults where the file is missing. Changes nothing on
-/// disk. Throws Vx::Exception when the file cannot be used.
+/// Takes the web port, the address and the debug level; the defaults where the file is missing. What was taken from
+/// which file, and what is odd about that, is put into `options.configuration`. Changes nothing on disk. Throws
+/// Vx::Exception when the file cannot be used.
 void ApplyServiceConfiguration(HostOptions& options, const NamedOptions& named);
 
 /// Makes the file with the defaults where it is missing. The caller holds the folder's lock. Throws Vx::Exception.

@@ -3,6 +3,7 @@
 #include <pthread.h>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 
 #include <VxApi/Logging.h>
 
@@ -20,6 +21,13 @@ using VxHost::ExitCode;
 
 constexpr const char* LogCategory = "Host";
 
+/// Whether the program was started with this signal ignored, as nohup does with SIGHUP.
+bool IsIgnored(int signal)
+{
+    struct sigaction action;
+    return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
 /// Blocks the signals that end the host, in this thread and all that it will start: they wait until somebody asks for
 /// them, so one that comes during the start or during the stop interrupts nothing.
 sigset_t BlockEndSignals()
@@ -29,6 +37,9 @@ sigset_t BlockEndSignals()
     sigemptyset(&signals);
     sigaddset(&signals, SIGINT);
     sigaddset(&signals, SIGTERM);
+    if (!IsIgnored(SIGHUP)) {
+        sigaddset(&signals, SIGHUP);  // The terminal was closed.
+    }
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     return signals;
 }
@@ -39,12 +50,23 @@ std::string UrlOf(const std::string& address, unsigned port)
     return "http://" + (isVersion6 ? "[" + address + "]" : address) + ":" + std::to_string(port);
 }
 
+void LogConfiguration(const VxHost::ConfigurationNotes& configuration)
+{
+    if (!configuration.used.empty()) {
+        Vx::Logging::Public(Level::Info, LogCategory, "%s", configuration.used);
+    }
+    for (const std::string& warning : configuration.warnings) {
+        Vx::Logging::Public(Level::Warning, LogCategory, "%s", warning);
+    }
+}
+
 ExitCode Run(const VxHost::HostOptions& options, const sigset_t& endSignals)
 {
-    const VxHost::ProcessLog log;
+    const VxHost::ProcessLog log(options.filterPublicLog);
     const VxHost::ConsoleLog console(options.logLevel);
     Vx::Logging::Public(Level::Info, LogCategory, "vxhost %s starts on the data folder \"%s\".", VxHost::Version,
                         options.dataFolder.string());
+    LogConfiguration(options.configuration);
     VxHost::Host host(options);
     const std::string url = UrlOf(options.server.address, host.Port());
     Vx::Logging::Public(Level::Info, LogCategory, "vxhost listens on %s.", url);
@@ -53,7 +75,7 @@ ExitCode Run(const VxHost::HostOptions& options, const sigset_t& endSignals)
 
     int signal = 0;
     sigwait(&endSignals, &signal);
-    Vx::Logging::Public(Level::Info, LogCategory, "vxhost stops after %s.", signal == SIGINT ? "SIGINT" : "SIGTERM");
+    Vx::Logging::Public(Level::Info, LogCategory, "vxhost stops after SIG%s.", sigabbrev_np(signal));
 
     const std::vector<std::string> unsaved = host.Stop();
     for (const std::string& message : unsaved) {
