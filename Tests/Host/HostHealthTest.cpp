@@ -129,51 +129,36 @@ TEST_F(HostHealthTest, NodeThatNeverReportedIsAsOldAsTheWatch)
 
 TEST_F(HostHealthTest, DropsOfAllNodesAreSummedUpAsTheyComeAndGo)
 {
-    const auto drops = [](std::uint64_t tick, std::uint32_t id) {
-        std::int64_t sum = 0;
-        for (const std::uint32_t position : {1U, 2U}) {
-            for (const auto& statistic : VxHost::SimulatedReport(position, tick)) {
-                sum += statistic.id == id ? statistic.value : 0;
-            }
-        }
-        return sum;
-    };
-    std::set<std::int64_t> seen;
-    for (std::uint64_t tick = 1; tick <= 20; ++tick) {
+    std::vector<std::int64_t> sums;
+    for (int second = 0; second < 6; ++second) {
         Advance(1s);
-        EXPECT_EQ(Sum(21010), drops(tick, 2201)) << tick;
-        EXPECT_EQ(Sum(21202), drops(tick, 2210)) << tick;
-        seen.insert(Sum(21010));
+        sums.push_back(Sum(21010) * 1000 + Sum(21202));
     }
-    EXPECT_EQ(*seen.begin(), 0);
-    EXPECT_GT(seen.size(), 8U);
+    EXPECT_THAT(sums, ElementsAre(18006, 21009, 24012, 7015, 8018, 9021));
 }
 
 TEST_F(HostHealthTest, SetsAreFilteredById)
 {
     Advance(100ms);
-    const json all = Get("/health/sets/0").at("indicators");
-    ASSERT_FALSE(Get("/health/sets/0", {{"firstId", 2052}, {"lastId", 2052}}).at("indicators").empty());
-    ASSERT_GT(all.size(), 8U);
-    const std::uint64_t highest = 0xFFFFFFFF;
-    for (const auto& range : std::initializer_list<std::pair<std::uint64_t, std::uint64_t>>{
-             {0, highest}, {2052, 2052}, {2053, 21299}, {21300, 21301}, {21301, 21300}, {highest, highest}, {0, 0}}) {
-        json expected = json::array();
-        std::copy_if(all.begin(), all.end(), std::back_inserter(expected), [&range](const json& indicator) {
-            return indicator.at("id") >= range.first && indicator.at("id") <= range.second;
-        });
-        EXPECT_EQ(Get("/health/sets/0", {{"firstId", range.first}, {"lastId", range.second}}).at("indicators"),
-                  expected)
-            << range.first;
-    }
-    EXPECT_EQ(Get("/health/sets/0", {{"lastId", 4294967295.0}, {"other", "x"}}).at("indicators"), all);
+    const auto ids = [this](const json& arguments) {
+        std::string text;
+        const json document = Get("/health/sets/0", arguments);
+        for (const json& indicator : document.at("indicators")) {
+            const std::string id = indicator.at("id").dump() + " ";
+            text += text.ends_with(id) ? "" : id;  // Of several instances one.
+        }
+        return text;
+    };
+    const std::string all = ids({});
+    EXPECT_THAT(all, testing::HasSubstr(" 2052 "));
+    EXPECT_EQ(ids({{"firstId", 2052}, {"lastId", 2052}}), "2052 ");
+    EXPECT_EQ(ids({{"firstId", 21011}}), "21011 21202 ");
+    EXPECT_EQ(ids({{"firstId", 21001}, {"lastId", 21010}}), "21010 21005 ");
+    EXPECT_EQ(ids({{"firstId", 21011}, {"lastId", 21010}}), "");
+    EXPECT_EQ(ids({{"firstId", 0}, {"lastId", 4294967295.0}, {"other", "x"}}), all);
     for (const json& bad : {json(-1), json(1.5), json("x"), json(true), json(4294967296), json(1e300)}) {
         for (const char* name : {"firstId", "lastId"}) {
-            EXPECT_THAT(
-                [&] {
-                    Get("/health/sets/0", {{name, bad}});
-                },
-                Refuses(Nucleo::ERROR_PARAMETER, std::string(name) + " must be "));
+            EXPECT_THAT([&] { ids({{name, bad}}); }, Refuses(Nucleo::ERROR_PARAMETER, std::string(name) + " must be "));
         }
     }
 }

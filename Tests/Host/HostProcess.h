@@ -1,6 +1,6 @@
 #pragma once
-// vxhost as a process of its own, for tests that start it, kill it and start it again. Every wait is bounded: what
-// takes longer throws std::runtime_error.
+// vxhost, or another program, as a process of its own, for tests that start it, kill it and start it again. Every wait
+// is bounded: what takes longer throws std::runtime_error.
 
 #include <sys/types.h>
 
@@ -23,16 +23,39 @@ struct Ended
     std::string errors;
 };
 
+class ChildProcess
+{
+public:
+    /// Starts the program that the first of `words` names with the others as its arguments. It ends with this process.
+    explicit ChildProcess(std::vector<std::string> words);
+
+    /// Kills what still runs.
+    ~ChildProcess();
+    ChildProcess(const ChildProcess&) = delete;
+    ChildProcess& operator=(const ChildProcess&) = delete;
+
+    /// The next line of its stdout, without the end of the line.
+    std::string ReadLine();
+
+    /// What it has written to stderr so far.
+    std::string Errors() const;
+
+    void Signal(int signal) const;
+    Ended Wait();
+
+private:
+    pid_t process_ = -1;
+    int output_ = -1;  // Our end of its stdout.
+    int errors_ = -1;  // A file that takes its stderr.
+};
+
 class HostProcess
 {
 public:
-    /// Starts vxhost on `dataFolder` and a free port and waits for its ready line.
-    explicit HostProcess(const std::filesystem::path& dataFolder, const std::vector<std::string>& arguments = {});
-
-    /// Kills what still runs.
-    ~HostProcess();
-    HostProcess(const HostProcess&) = delete;
-    HostProcess& operator=(const HostProcess&) = delete;
+    /// Starts vxhost on `dataFolder` and a free port and waits for its ready line. `starter`: what starts it, if
+    /// anything does, such as "nohup".
+    explicit HostProcess(const std::filesystem::path& dataFolder, const std::vector<std::string>& arguments = {},
+                         const std::vector<std::string>& starter = {});
 
     /// Runs vxhost with exactly these arguments until it ends by itself.
     static Ended Run(const std::vector<std::string>& arguments);
@@ -45,8 +68,8 @@ public:
     /// Waits until the status says that all settings outside the job are on disk.
     void WaitUntilSaved() const;
 
-    void Signal(int signal) const;
-    Ended Wait();
+    void Signal(int signal) const { child_.Signal(signal); }
+    Ended Wait() { return child_.Wait(); }
 
     /// SIGTERM, and the end that follows.
     Ended Stop();
@@ -69,16 +92,14 @@ public:
                                      const VxTestSupport::HttpHeaders& headers = {}) const;
 
 private:
-    HostProcess() = default;
-    void Spawn(const std::vector<std::string>& arguments);
-    std::string ReadLine();
-
-    pid_t process_ = -1;
-    int output_ = -1;  // Our end of its stdout.
-    int errors_ = -1;  // A file that takes its stderr.
+    ChildProcess child_;
     std::uint16_t port_ = 0;
     std::string readyLine_;
 };
+
+/// The whole content of a file; empty when there is none.
+std::string ReadFile(const std::filesystem::path& path);
+void WriteFile(const std::filesystem::path& path, const std::string& text);
 
 /// What a shell in `folder` prints, on stdout and stderr; it is ended after a minute.
 std::string RunCommand(const std::string& folder, const std::string& command);

@@ -41,31 +41,28 @@ TEST(ProcTextTest, WhatIsNotUnderstoodIsPassedOver)
 {
     const struct
     {
+        std::string (*shown)(std::string_view);
         std::string_view text;
-        const char* cores;
-    } stats[] = {{"cpu  9 9 9 9\ncpu0 1 2 3 4 5 6 7 8 90 100\ncpu2 1 0 0 2\nintr 4 5\n", "0:27/9 2:1/2 "},
-                 {"cpu0 1 2 3", ""},
-                 {"cpu1 1 2 3 4 x 6", "1:6/4 "},
-                 {"cpux 1 2 3 4\ncpu 1 2 3 4\ncpu-1 1 2 3 4\ncpu99999999999 1 2 3 4\nccpu0 1 2 3 4\n", ""},
-                 {"cpu0 18446744073709551616 2 3 4", ""},
-                 {std::string_view("\0\n\xFF cpu0\n\n   \ncpu7 1 1 1 1", 26), "7:3/1 "},
-                 {"", ""}};
-    for (const auto& [text, cores] : stats) {
-        EXPECT_EQ(CoresIn(text), cores) << text;
-    }
-    const struct
-    {
-        std::string_view text;
-        const char* interfaces;
-    } devs[] = {{"Inter-|   Receive    |  Transmit\n face |bytes    packets |bytes    packets\n"
-                 "    lo: 10 0 0 0 0 0 0 0 20 0 0 0 0 0 0 0\n  eth0:30 1 2 3 4 5 6 7 40\n",
-                 "lo:10/20 eth0:30/40 "},
-                {"eth0: 1 2 3 4 5 6 7 8\n", ""},
-                {"eth0: 1 2 3 4 5 6 7 8 -9\neth1 1 2 3 4 5 6 7 8 9\n: 1 2 3 4 5 6 7 8 9\n", ""},
-                {"a\xFF: 1 2 3 4 5 6 7 8 9", "a\xFF:1/9 "},
-                {"\n:\n::\n", ""}};
-    for (const auto& [text, interfaces] : devs) {
-        EXPECT_EQ(InterfacesIn(text), interfaces) << text;
+        const char* expected;
+    } cases[] = {
+        {&CoresIn, "cpu  9 9 9 9\ncpu0 1 2 3 4 5 6 7 8 90 100\ncpu2 1 0 0 2\nintr 4 5\n", "0:27/9 2:1/2 "},
+        {&CoresIn, "cpu0 1 2 3", ""},
+        {&CoresIn, "cpu1 1 2 3 4 x 6", "1:6/4 "},
+        {&CoresIn, "cpux 1 2 3 4\ncpu 1 2 3 4\ncpu-1 1 2 3 4\ncpu99999999999 1 2 3 4\nccpu0 1 2 3 4\n", ""},
+        {&CoresIn, "cpu0 18446744073709551616 2 3 4", ""},
+        {&CoresIn, std::string_view("\0\n\xFF cpu0\n\n   \ncpu7 1 1 1 1", 26), "7:3/1 "},
+        {&CoresIn, "", ""},
+        {&InterfacesIn,
+         "Inter-|   Receive    |  Transmit\n face |bytes    packets |bytes    packets\n"
+         "    lo: 10 0 0 0 0 0 0 0 20 0 0 0 0 0 0 0\n  eth0:30 1 2 3 4 5 6 7 40\n",
+         "lo:10/20 eth0:30/40 "},
+        {&InterfacesIn, "eth0: 1 2 3 4 5 6 7 8\n", ""},
+        {&InterfacesIn, "eth0: 1 2 3 4 5 6 7 8 -9\neth1 1 2 3 4 5 6 7 8 9\n: 1 2 3 4 5 6 7 8 9\n", ""},
+        {&InterfacesIn, "a\xFF: 1 2 3 4 5 6 7 8 9", "a\xFF:1/9 "},
+        {&InterfacesIn, "\n:\n::\n", ""},
+    };
+    for (const auto& [shown, text, expected] : cases) {
+        EXPECT_EQ(shown(text), expected) << text;
     }
 }
 
