@@ -88,7 +88,6 @@ TEST(HostEndToEndTest, EntryPointsLinkToWhatThereIs)
     const json status = Document(host, "/status");
     EXPECT_EQ(status.at("nodes"), 4);
     EXPECT_GT(status.at("requests"), 8);
-    EXPECT_GE(status.at("connections"), 1);
     EXPECT_GT(status.at("freeSpace"), 0);
     EXPECT_EQ(status.at("application"), "AccelixFirmware");
     EXPECT_EQ(status.at("controllerType"), "virtual");
@@ -96,8 +95,6 @@ TEST(HostEndToEndTest, EntryPointsLinkToWhatThereIs)
     EXPECT_EQ(status.at("webPort"), host.Port());
     EXPECT_EQ(status.at("controlPort"), 0);
     EXPECT_EQ(status.at("jobUnsaved"), false);
-    EXPECT_EQ(host.Put("/status", "{}").status, 405);
-
     const json schema = Document(host, "/settings/acquisition?schema=true").at("_schema").at("properties");
     EXPECT_EQ(schema.at("exposure").at("units"), "us");
     // A document that was read can be sent back as it is.
@@ -163,7 +160,7 @@ TEST(HostEndToEndTest, CommandLineMistakesAreExplained)
     EXPECT_EQ(other.Get("/jobs").status, 200) << "the first host is not disturbed by the second";
 }
 
-TEST(HostEndToEndTest, SignalsSaveWhatIsStillInTheDebounceAndEndAllInOrderWithoutAWarning)
+TEST(HostEndToEndTest, SignalsSaveWhatIsStillInTheDebounceAndEndAllInOrder)
 {
     const struct
     {
@@ -182,7 +179,7 @@ TEST(HostEndToEndTest, SignalsSaveWhatIsStillInTheDebounceAndEndAllInOrderWithou
     std::string name = "virtual-controller";
     for (const auto& [signals, said, starter] : cases) {
         SCOPED_TRACE(testing::PrintToString(signals));
-        HostProcess host(folder.Path() / "data", {"--nodes", "256", "--log-level", "info"}, starter);
+        HostProcess host(folder.Path() / "data", {"--log-level", "info"}, starter);
         EXPECT_EQ(Document(host, "/settings/network").at("name"), name);
         name += "x";
         ASSERT_EQ(host.Put("/settings/network", json{{"name", name}}.dump()).status, 204);
@@ -196,9 +193,18 @@ TEST(HostEndToEndTest, SignalsSaveWhatIsStillInTheDebounceAndEndAllInOrderWithou
         EXPECT_LT(ended.errors.rfind("aving GLOBAL"), at("Destroying PersistManager."));
         EXPECT_LT(at("Destroying PersistManager."), at("Stopping Health..."));
         ASSERT_NE(at("Stopping Health..."), std::string::npos);
-        // Problems of the machine may come just then, and the save when its time is up.
-        EXPECT_THAT(ended.errors.substr(at(" vxhost stops after ")),
-                    testing::Not(testing::ContainsRegex("(Warning|Error) +[^P]")));
+    }
+}
+
+TEST(HostEndToEndTest, StopRightAfterAReportDropsNothingAndWarnsOfNothing)
+{
+    const TemporaryFolder folder;
+    HostProcess(folder.Path() / "data").Stop();  // The first start says that it makes the record.
+    for (int run = 0; run < 4; ++run) {
+        HostProcess host(folder.Path() / "data", {"--nodes", "256"});
+        ASSERT_TRUE(EventReader(host.Port(), "/notifications?path=/metrics").Next());
+        EXPECT_THAT(host.Stop().errors, testing::Not(testing::ContainsRegex("(Warning|Error) +[^P]")))
+            << "except for problems of the machine";
     }
 }
 
@@ -258,10 +264,6 @@ TEST(HostEndToEndTest, KillDuringWritesLeavesOldOrNewStateAndAllThatWasConfirmed
         EXPECT_EQ(ended.code, 0);
         EXPECT_EQ(ended.errors, "") << "nothing was damaged";
         exposure = sent;
-    }
-    for (const auto& entry : fs::directory_iterator(data / "user")) {
-        EXPECT_THAT(entry.path().filename().string(),
-                    testing::AnyOf("A.vpjob", "Global.tar", "PersistRecord.xml", "Workspace.vpws"));
     }
 }
 

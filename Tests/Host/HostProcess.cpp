@@ -124,14 +124,14 @@ Ended ChildProcess::Wait()
 
 HostProcess::HostProcess(const std::filesystem::path& dataFolder, const std::vector<std::string>& arguments,
                          const std::vector<std::string>& starter)
-    : child_([&] {
+    : ChildProcess([&] {
           std::vector<std::string> words = starter;
           words.insert(words.end(), {VX_HOST_PROGRAM, "--data", dataFolder.string(), "--port", "0"});
           words.insert(words.end(), arguments.begin(), arguments.end());
           return words;
       }())
 {
-    readyLine_ = child_.ReadLine();
+    readyLine_ = ReadLine();
     const std::string start = "vxhost: listening on http://127.0.0.1:";
     if (!readyLine_.starts_with(start)) {
         throw std::runtime_error("vxhost said \"" + readyLine_ + "\" instead of its address, and on stderr:\n" +

@@ -49,7 +49,7 @@ private:
     int errors_ = -1;  // A file that takes its stderr.
 };
 
-class HostProcess
+class HostProcess : public ChildProcess
 {
 public:
     /// Starts vxhost on `dataFolder` and a free port and waits for its ready line. `starter`: what starts it, if
@@ -67,9 +67,6 @@ public:
 
     /// Waits until the status says that all settings outside the job are on disk.
     void WaitUntilSaved() const;
-
-    void Signal(int signal) const { child_.Signal(signal); }
-    Ended Wait() { return child_.Wait(); }
 
     /// SIGTERM, and the end that follows.
     Ended Stop();
@@ -92,7 +89,6 @@ public:
                                      const VxTestSupport::HttpHeaders& headers = {}) const;
 
 private:
-    ChildProcess child_;
     std::uint16_t port_ = 0;
     std::string readyLine_;
 };

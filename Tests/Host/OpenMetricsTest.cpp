@@ -78,7 +78,6 @@ TEST(OpenMetricsTest, NumbersAndLabels)
     const auto number = [](auto value) { return SampleOf([value](OpenMetrics& page) { page.Add(value); }); };
     EXPECT_EQ(number(std::numeric_limits<std::uint64_t>::max()), "g 18446744073709551615");
     EXPECT_EQ(number(std::numeric_limits<std::int64_t>::min()), "g -9223372036854775808");
-    EXPECT_EQ(number(std::uint8_t{200}), "g 200");
     const std::pair<double, const char*> reals[] = {
         {0, "0"},           {-0.0, "-0"},
         {0.1, "0.1"},       {1e300, "1e+300"},
