@@ -14,8 +14,8 @@
 namespace VxHost
 {
 
-/// A storage on a folder whose jobs keep within a size: an upload of a job file (extension "vpjob") that would bring the
-/// use above it is refused with ERROR_DISK_FULL and writes nothing. Everything else, above all the domains and the
+/// A storage on a folder whose jobs keep within a size: an upload of a job file (extension "vpjob") that would bring
+/// the use above it is refused with ERROR_DISK_FULL and writes nothing. Everything else, above all the domains and the
 /// record, is written as long as the file system takes it. Safe on any thread.
 class LimitedStorage final : public TesselLib::Storage
 {

@@ -37,11 +37,11 @@ class MemoryStorage final : public TesselLib::Storage
 public:
     using Bytes = std::vector<std::uint8_t>;
 
-    /// Makes the `nth` call (1: the next) of `op` on `name` from now on fail with `status`, once, or with `lasting` each call from there
-    /// on. Several can be aimed;
-    /// each counts the calls that reach it on its own, and the first aimed wins where two fall on one call. A failing
-    /// Exists answers true unless the status says that there is no such file; a failing Download has written the first
-    /// half of the file, as a disk that breaks down would. Also marks, as Mark() does.
+    /// Makes the `nth` call (1: the next) of `op` on `name` from now on fail with `status`, once, or with `lasting`
+    /// each call from there on. Several can be aimed; each counts the calls that reach it on its own, and the first
+    /// aimed wins where two fall on one call. A failing Exists answers true unless the status says that there is no
+    /// such file; a failing Download has written the first half of the file, as a disk that breaks down would. Also
+    /// marks, as Mark() does.
     void FailNext(FileOp op, std::string_view name, int nth, Nucleo::Status status, bool lasting = false);
 
     /// Calls `hook` before the `nth` call of `op` on `name` from now on is looked at, once, on the calling thread and
