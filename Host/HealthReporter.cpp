@@ -58,6 +58,11 @@ bool HealthReporter::SetReporting(std::uint32_t nodeId, bool reporting)
     return reporting ? silenced_.erase(nodeId) != 0 : silenced_.insert(nodeId).second;
 }
 
+HealthReporter::Delivery::~Delivery()
+{
+    static_cast<void>(TesselLib::VirtualSystem_FlushHealth(system, CatchUpTime));
+}
+
 void HealthReporter::OnTimer()
 {
     timer_.Start(Period);

@@ -26,7 +26,7 @@ public:
     /// `system`, a virtual one of the local node and `simulatedNodes` others, must outlive the reporter.
     HealthReporter(TesselLib::System& system, std::uint32_t simulatedNodes, MachineCounters counters);
 
-    /// Waits for a report that is under way.
+    /// Waits for a report that is under way, and for a moment until the platform has delivered what it took.
     ~HealthReporter() = default;
     HealthReporter(const HealthReporter&) = delete;
     HealthReporter& operator=(const HealthReporter&) = delete;
@@ -60,6 +60,13 @@ private:
     mutable Nucleo::Mutex mutex_;  // A leaf: nothing is called under it.
     MachineReading latest_ VX_GUARDED_BY(mutex_);
     std::set<std::uint32_t> silenced_ VX_GUARDED_BY(mutex_);
+
+    struct Delivery
+    {
+        TesselLib::System& system;
+        ~Delivery();
+    };
+    Delivery delivery_{system_};  // Ends after the timer, so after the last report.
 
     // The last member: its end waits for the callback, which uses the others.
     Vx::AsyncTimer timer_{"healthReporter", [this] { OnTimer(); }};
