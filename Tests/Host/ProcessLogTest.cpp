@@ -38,8 +38,8 @@ TEST(ProcessLogTest, WatchEmptiesFiltersThatHoldTooManyTexts)
     const VxHost::LogFilterWatch watch;
     const VxTestSupport::ScopedLogCapture lines;
     for (const std::size_t count : {VxHost::LogFilterWatch::MaxTexts, VxHost::LogFilterWatch::MaxTexts + 1}) {
-        while (VcLogger_FilterCount() < count) {
-            Vx::Logging::Public(Vx::Logging::Level::Info, "Test", "%llu", VcLogger_FilterCount());
+        for (std::size_t i = VcLogger_FilterCount(); i < count; ++i) {
+            Vx::Logging::Public(Vx::Logging::Level::Info, "Test", "%llu", i);
         }
         time.Advance(VxHost::LogFilterWatch::Period);
         const bool cleared = count > VxHost::LogFilterWatch::MaxTexts;
