@@ -24,7 +24,7 @@ HostResources::HostResources(VxRest::ResourceRouter& router, const std::vector<S
     : router_(router),
       settingsLinks_(Paths(settings)),
       status_(facts, manager, watch, health),
-      prometheus_(facts.platform, health),
+      prometheus_(facts.platform, watch, health),
       root_({"/health", "/jobs", "/logs", "/metrics", "/metrics/prometheus", "/notifications", "/problems", "/settings",
              "/status"})
 {

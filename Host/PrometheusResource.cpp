@@ -123,6 +123,15 @@ void WriteLogs(OpenMetrics& page)
     page.Add(privateId, {"private"});
 }
 
+void WriteSaves(OpenMetrics& page, const AutoSaveWatch& watch)
+{
+    page.Begin(Kind::Gauge, "vx_failed_saves", "", "Saves of a domain that have failed since it was last saved.",
+               {"domain"});
+    for (const auto domain : {VxCommon::PersistDomain::GLOBAL, VxCommon::PersistDomain::WORKSPACE}) {
+        page.Add(watch.FailedSaves(domain), {VxCommon::PersistDomain_Name(domain)});
+    }
+}
+
 void WriteServer(OpenMetrics& page, const VxRest::HttpServerStatistics& server)
 {
     page.Begin(Kind::Counter, "vx_http_requests", "", "HTTP requests whose header was read.");
@@ -163,6 +172,7 @@ nlohmann::json PrometheusResource::Document(const VxRest::RequestInfo& /*request
     WriteNodes(page, health_.Nodes().Nodes());
     WriteIndicators(page, DefaultIndicators(health_.Collector()));
     WriteLogs(page);
+    WriteSaves(page, watch_);
     if (server != nullptr) {
         WriteServer(page, server->Statistics());
     }

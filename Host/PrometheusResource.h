@@ -7,6 +7,7 @@
 #include <VxRest/HttpServer.h>
 #include <VxRest/Resource.h>
 
+#include "AutoSaveWatch.h"
 #include "HostHealth.h"
 
 namespace VxHost
@@ -17,9 +18,10 @@ namespace VxHost
 class PrometheusResource final : public VxRest::DocumentResourceBase
 {
 public:
-    /// Both must outlive the resource; the ports of `platform` are known with the server.
-    PrometheusResource(const VxCommon::PlatformAttributes& platform, const HostHealth& health)
-        : platform_(platform), health_(health)
+    /// All must outlive the resource; the ports of `platform` are known with the server.
+    PrometheusResource(const VxCommon::PlatformAttributes& platform, const AutoSaveWatch& watch,
+                       const HostHealth& health)
+        : platform_(platform), watch_(watch), health_(health)
     {}
 
     /// The server whose counters are shown; until it is there they are missing, and the ports are 0. It must outlive
@@ -31,6 +33,7 @@ public:
 
 private:
     const VxCommon::PlatformAttributes& platform_;
+    const AutoSaveWatch& watch_;
     const HostHealth& health_;
     std::atomic<const VxRest::HttpServer*> server_{nullptr};
     const std::chrono::system_clock::time_point start_ = std::chrono::system_clock::now();
