@@ -9,6 +9,8 @@
 #include <VxTestSupport/TemporaryFolder.h>
 #include <VxTestSupport/Threads.h>
 
+#include "HostProcess.h"
+
 namespace VxHostTest
 {
 namespace
@@ -98,6 +100,40 @@ TEST_F(LimitedStorageTest, NeverHasMoreThanItsFileSystem)
     std::filesystem::remove_all(folder_.Path());
     EXPECT_EQ(storage_->FreeBytes(), 0U);
     EXPECT_EQ(storage_->PercentUsed(), 0.0);
+}
+
+TEST(LimitedStorageEndToEndTest, JobsBeyondTheSizeOfTheFolderAreRefused)
+{
+    const VxTestSupport::TemporaryFolder folder;
+    HostProcess host(folder.Path() / "data", {"--storage-size", "60000"});
+    const auto free = [&] { return host.Get("/status").Json().at("freeSpace").get<std::size_t>(); };
+    const auto upload = [&](const std::string& name, std::size_t size) {
+        return host.Request("POST", "/jobs/files?name=" + name, std::string(size, 'x'),
+                            {{"Content-Type", "application/octet-stream"}});
+    };
+    host.WaitUntilSaved();
+    ASSERT_EQ(host.Post("/jobs/commands/save", R"({"name":"s"})").status, 204);
+    EXPECT_LT(free(), 60000U);
+    const VxTestSupport::HttpReply refused = upload("large", 60001);
+    EXPECT_EQ(refused.status, 507);
+    EXPECT_THAT(refused.Json().at("detail").get<std::string>(),
+                testing::HasSubstr("'large.vpjob' cannot be written: no space"));
+    // What was kept to be written over is free again once it has been.
+    for (int i = 0; i < 3 && free() > 0; ++i) {
+        EXPECT_EQ(upload("fill" + std::to_string(i), free()).status, 201);
+    }
+    EXPECT_EQ(free(), 0U);
+    EXPECT_EQ(upload("more", 1).status, 507);
+    EXPECT_EQ(host.Post("/jobs/commands/save", R"({"name":"t"})").status, 507);
+    EXPECT_EQ(host.Post("/jobs/commands/copy", R"({"sourceName":"s","destName":"t"})").status, 507);
+    for (const char* name : {"large", "more", "t"}) {
+        EXPECT_FALSE(std::filesystem::exists(folder.Path() / "data/user" / (std::string(name) + ".vpjob")));
+    }
+    EXPECT_EQ(host.Request("PATCH", "/settings/layout", R"({"zoom":150})").status, 204);
+    host.WaitUntilSaved();
+    EXPECT_EQ(host.Post("/jobs/commands/setDefault", R"({"name":"s"})").status, 204);
+    EXPECT_EQ(host.Request("DELETE", "/jobs/files/fill0").status, 204);
+    EXPECT_EQ(host.Post("/jobs/commands/save", R"({"name":"t"})").status, 204);
 }
 
 }  // namespace

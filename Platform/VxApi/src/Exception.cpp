@@ -39,6 +39,20 @@ std::string Words(Nucleo::Status status, const std::string& message)
 
 }  // namespace
 
+std::string ShowNuls(const std::string& text)
+{
+    std::string shown;
+    for (std::size_t begin = 0;;) {
+        const std::size_t nul = text.find('\0', begin);
+        shown.append(text, begin, nul - begin);
+        if (nul == std::string::npos) {
+            return shown;
+        }
+        shown += "\\x00";
+        begin = nul + 1;
+    }
+}
+
 Exception::Exception(Location location, Nucleo::Status status) : Exception(location, status, std::string()) {}
 
 Exception::Exception(Location location, Nucleo::Status status, std::string message)
@@ -46,7 +60,7 @@ Exception::Exception(Location location, Nucleo::Status status, std::string messa
       line_(location.line),
       file_(location.file),
       function_(location.function),
-      message_(std::move(message)),
+      message_(ShowNuls(message)),
       what_(Words(status_, message_)),
       trace_(BackTrace())
 {}

@@ -17,6 +17,9 @@ namespace
 
 using nlohmann::json;
 
+/// The field that a body of application/octet-stream stands for.
+constexpr const char* OctetsField = "content";
+
 /// The verbs that a path takes, as a field value. `without`: an operation that has just turned out to be refused.
 std::string AllowedVerbs(const ResourceRouter::Match& match, std::optional<Operation> without = std::nullopt)
 {
@@ -161,7 +164,7 @@ Dispatcher::Outcome Dispatcher::Examine(const RequestHead& head, Target target) 
             throw Refusal(400, "the target \"*\" is for OPTIONS alone");
         }
         Reply reply;
-        reply.AddField("Allow", "OPTIONS, GET, HEAD, PUT, PATCH, POST, DELETE");
+        reply.AddField("Allow", AllVerbs);
         return reply;
     }
     if (target.path == NoticePath) {
@@ -192,6 +195,7 @@ Dispatcher::Outcome Dispatcher::Examine(const RequestHead& head, Target target) 
     }
     Task task{*operation, RequestInfo(std::move(target.path), match.Keys(), std::move(target.args), target.schema),
               std::move(acceptance), bodyMedia, std::nullopt};
+    task.argTexts = std::move(target.texts);
     if (*operation == Operation::Document && match.Resource().IsImmediate()) {
         task.immediate.emplace(std::move(match));
     }
@@ -229,11 +233,18 @@ Dispatcher::Outcome Dispatcher::ExamineNotices(const RequestHead& head, const Ta
     return request;
 }
 
-json Dispatcher::DecodeTaskBody(const Task& task, std::vector<std::uint8_t> body) const
+json Dispatcher::DecodeTaskBody(const Task& task, const ResourceBase& resource, std::vector<std::uint8_t> body) const
 {
     if (task.bodyMedia == Media::Octets) {
         json document = task.request.Args();
-        document["content"] = json::binary(std::move(body));
+        for (auto& [name, value] : document.items()) {
+            if (resource.IsTextField(name)) {
+                value = task.argTexts.at(name);
+            }
+        }
+        if (!document.emplace(OctetsField, json::binary(std::move(body))).second) {
+            throw Refusal(400, "the argument \"content\" is given beside a body that stands for it");
+        }
         return document;
     }
     if (!task.bodyMedia || (body.empty() && task.operation == Operation::Invoke)) {
@@ -245,21 +256,22 @@ json Dispatcher::DecodeTaskBody(const Task& task, std::vector<std::uint8_t> body
 Reply Dispatcher::Call(const Task& task, const ResourceRouter::Match& match, std::vector<std::uint8_t> body) const
 {
     const RequestInfo& request = task.request;
+    const auto document = [&] { return DecodeTaskBody(task, match.Resource(), std::move(body)); };
     switch (task.operation) {
         case Operation::Document: {
             ResponseInfo response;
             return MakeDocument(match.Document(request, response), task, response);
         }
         case Operation::UpdateDocument:
-            match.UpdateDocument(request, DecodeTaskBody(task, std::move(body)));
+            match.UpdateDocument(request, document());
             break;
         case Operation::Create:
-            return MakeCreated(match.Create(request, DecodeTaskBody(task, std::move(body))), task);
+            return MakeCreated(match.Create(request, document()), task);
         case Operation::Delete:
             match.Delete(request);
             break;
         case Operation::Invoke:
-            if (json result = match.Invoke(request, DecodeTaskBody(task, std::move(body))); !result.is_null()) {
+            if (json result = match.Invoke(request, document()); !result.is_null()) {
                 return MakeResult(200, std::move(result), task.acceptance);
             }
             break;
@@ -279,6 +291,10 @@ Reply Dispatcher::Perform(const Task& task, std::vector<std::uint8_t> body) cons
         } catch (const Vx::Exception& error) {
             if (error.Status() != Nucleo::ERROR_UNSUPPORTED) {
                 throw;
+            }
+            if (task.operation == Operation::Invoke) {
+                // A command takes its method: what it was given, or what that names, is not supported.
+                return MakeProblem(422, error.Status(), error.what(), task.request.Path());
             }
             Reply reply = MakeFailure(error, task);
             reply.AddField("Allow", AllowedVerbs(match, task.operation));

@@ -2,6 +2,7 @@
 // Turns requests into calls of resources and their outcome into answers. Knows no sockets. Safe on any thread.
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <variant>
@@ -36,6 +37,9 @@ struct Task
 
     /// Makes the answer, on a worker, where a page of the server's own was asked for and no resource.
     Reply (*page)() = nullptr;
+
+    /// The arguments of `request` as they were written.
+    std::map<std::string, std::string> argTexts = {};
 };
 
 /// A request for change notices.
@@ -65,7 +69,7 @@ public:
 
 private:
     Outcome ExamineNotices(const RequestHead& head, const Target& target) const;
-    nlohmann::json DecodeTaskBody(const Task& task, std::vector<std::uint8_t> body) const;
+    nlohmann::json DecodeTaskBody(const Task& task, const ResourceBase& resource, std::vector<std::uint8_t> body) const;
     Reply Call(const Task& task, const ResourceRouter::Match& match, std::vector<std::uint8_t> body) const;
 
     ResourceRouter& router_;

@@ -5,9 +5,39 @@
 namespace VxRest::Http
 {
 
+namespace
+{
+
+/// A name from a body as far as a message shows it.
+std::string Cut(const std::string& name)
+{
+    constexpr std::size_t shown = 80;
+    return name.size() <= shown ? name : name.substr(0, shown) + "...";
+}
+
+/// Appends a member to a JSON pointer.
+void AppendStep(std::string& pointer, const std::string& member)
+{
+    pointer += '/';
+    for (const char c : Cut(member)) {
+        if (c == '~' || c == '/') {
+            pointer += c == '~' ? "~0" : "~1";
+        } else {
+            pointer += c;
+        }
+    }
+}
+
+}  // namespace
+
 bool JsonBuilder::key(string_t& value)
 {
-    member_ = &open_.back()->get_ref<nlohmann::json::object_t&>()[std::move(value)];
+    const auto [member, added] = open_.back()->get_ref<nlohmann::json::object_t&>().try_emplace(value);
+    if (!added) {
+        return Fail(Failure::Malformed,
+                    "the body has the member \"" + Cut(value) + "\" twice (at \"" + Place(value) + "\")");
+    }
+    member_ = &member->second;
     return true;
 }
 
@@ -48,6 +78,25 @@ bool JsonBuilder::Open(nlohmann::json container, std::size_t elements)
     }
     open_.push_back(member_);
     return true;
+}
+
+/// The JSON pointer to `member` of the innermost object.
+std::string JsonBuilder::Place(const std::string& member) const
+{
+    std::string place;
+    for (std::size_t i = 0; i + 1 < open_.size(); ++i) {
+        if (open_[i]->is_array()) {
+            place += "/" + std::to_string(open_[i]->size() - 1);
+            continue;
+        }
+        for (const auto& [name, value] : open_[i]->get_ref<const nlohmann::json::object_t&>()) {
+            if (&value == open_[i + 1]) {
+                AppendStep(place, name);
+            }
+        }
+    }
+    AppendStep(place, member);
+    return place;
 }
 
 bool JsonBuilder::Close()

@@ -49,6 +49,7 @@ private:
     bool Add(nlohmann::json value);
     bool Open(nlohmann::json container, std::size_t elements);
     bool Close();
+    std::string Place(const std::string& member) const;
     bool Fail(Failure failure, std::string message);
 
     const CodecLimits limits_;

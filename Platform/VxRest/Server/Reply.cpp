@@ -41,10 +41,13 @@ constexpr std::array Statuses = {
     StatusEntry{422, "Unprocessable Content", Nucleo::ERROR_CONTENT},
     StatusEntry{431, "Request Header Fields Too Large", Nucleo::ERROR_LIMIT},
     StatusEntry{500, "Internal Server Error", Nucleo::ERROR_STATE},
+    StatusEntry{501, "Not Implemented", Nucleo::ERROR_UNSUPPORTED},
     StatusEntry{503, "Service Unavailable", Nucleo::ERROR_BUSY},
     StatusEntry{505, "HTTP Version Not Supported", Nucleo::ERROR_UNSUPPORTED},
     StatusEntry{507, "Insufficient Storage", Nucleo::ERROR_DISK_FULL},
 };
+
+constexpr std::size_t MostDetail = 1000;
 
 const StatusEntry& EntryOf(unsigned status)
 {
@@ -126,7 +129,12 @@ unsigned HttpStatusOf(Nucleo::Status status, bool withBody)
 
 Reply MakeProblem(unsigned status, Nucleo::Status code, std::string_view detail, std::string_view path)
 {
-    nlohmann::json problem = {{"title", ReasonPhrase(status)}, {"status", status}, {"detail", detail}, {"code", code}};
+    // A detail may quote what was sent.
+    const std::string shown(detail.substr(0, MostDetail));
+    nlohmann::json problem = {{"title", ReasonPhrase(status)},
+                              {"status", status},
+                              {"detail", detail.size() > MostDetail ? shown + "..." : shown},
+                              {"code", code}};
     if (!path.empty()) {
         problem["instance"] = path;
     }

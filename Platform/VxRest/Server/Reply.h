@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include <Nucleo/Status.h>
+#include <VxApi/Exception.h>
 
 #include "Codec.h"
 
@@ -30,7 +31,8 @@ struct Reply
 class Refusal : public std::exception
 {
 public:
-    Refusal(unsigned status, std::string detail) : status_(status), detail_(std::move(detail)) {}
+    /// A NUL in `detail`, which would end it, is shown as "\x00".
+    Refusal(unsigned status, const std::string& detail) : status_(status), detail_(Vx::ShowNuls(detail)) {}
 
     /// Adds a header field to the answer.
     Refusal& With(std::string_view name, std::string_view value);
@@ -52,7 +54,8 @@ std::string_view ReasonPhrase(unsigned status);
 /// about.
 unsigned HttpStatusOf(Nucleo::Status status, bool withBody);
 
-/// An RFC 9457 problem document. `path`: what the request asked for, empty when that is not known.
+/// An RFC 9457 problem document. `path`: what the request asked for, empty when that is not known. A long `detail` is
+/// cut.
 Reply MakeProblem(unsigned status, Nucleo::Status code, std::string_view detail, std::string_view path);
 
 /// The answer to a request that ended in `error`. `withBody` as above. The answer shows no back trace.

@@ -21,6 +21,9 @@ enum class Verb
     Other
 };
 
+/// The names of all but `Other`, as a field value.
+inline constexpr std::string_view AllVerbs = "OPTIONS, GET, HEAD, PUT, PATCH, POST, DELETE";
+
 /// The parts of a header that the server looks at. The views live as long as the parser that they come from. Fields
 /// that are missing are absent; `accept` joins all Accept fields.
 struct RequestHead

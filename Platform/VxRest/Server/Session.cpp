@@ -246,6 +246,8 @@ void Session::OnHeader(std::size_t length)
                     true);
         return;
     }
+    const boost::beast::string_view target = parser_->get().target();
+    path_.assign(target.data(), std::min(target.find('?'), target.size()));
     try {
         head_ = ReadHead(parser_->get(), parser_->keep_alive());
     } catch (const Refusal& refusal) {
@@ -288,6 +290,10 @@ Dispatcher::Outcome Session::Examine()
     Target target = ParseTarget(head_.target);
     path_ = target.path;
     server_.gate->Check(head_, target, reached_);
+    if (head_.verb == Verb::Other) {
+        throw Refusal(501, "the method \"" + std::string(parser_->get().method_string()) + "\" is none of " +
+                               std::string(AllVerbs));
+    }
     if (head_.expect && !EqualNoCase(*head_.expect, "100-continue")) {
         throw Refusal(417, "the only expectation that can be met is \"100-continue\"");
     }

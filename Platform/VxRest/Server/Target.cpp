@@ -36,6 +36,9 @@ void ParseQuery(const boost::urls::url_view& url, Target& target)
         if (name.empty() && parameter.value.empty()) {
             continue;
         }
+        if (!target.texts.emplace(name, parameter.value).second) {
+            throw Refusal(400, "the argument \"" + name + "\" is given twice");
+        }
         nlohmann::json value = ValueByLook(parameter.value);
         if (name == SchemaArgument) {
             if (!value.is_boolean()) {
@@ -44,10 +47,7 @@ void ParseQuery(const boost::urls::url_view& url, Target& target)
             target.schema = value.get<bool>();
             continue;
         }
-        const auto [at, added] = target.args.get_ref<nlohmann::json::object_t&>().emplace(name, std::move(value));
-        if (!added) {
-            throw Refusal(400, "the argument \"" + name + "\" is given twice");
-        }
+        target.args[name] = std::move(value);
     }
 }
 

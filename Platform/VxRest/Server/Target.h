@@ -1,6 +1,7 @@
 #pragma once
 // Taking request targets apart. Safe on any thread.
 
+#include <map>
 #include <string>
 #include <string_view>
 
@@ -15,7 +16,8 @@ struct Target
     std::string authority;  ///< "host:port" of a target in absolute form, else empty.
     std::string path;       ///< As it came, percent-encoded. "*" for OPTIONS of the whole server.
     nlohmann::json args = nlohmann::json::object();
-    bool schema = false;  ///< ?schema=true, which is no argument.
+    std::map<std::string, std::string> texts;  ///< The arguments as they were written, decoded.
+    bool schema = false;                       ///< ?schema=true, which is no argument.
 };
 
 /// Takes "/path?query", "http://host/path?query" or "*" apart. Throws Refusal (400) when it is malformed or names an

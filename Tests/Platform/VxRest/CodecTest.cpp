@@ -14,6 +14,7 @@ namespace
 
 using namespace VxRestTests;
 using namespace VxRest::Http;
+using namespace std::string_literals;
 
 std::vector<std::uint8_t> Bytes(std::string_view text)
 {
@@ -97,6 +98,15 @@ TEST(Codec, MalformedBodiesAreRefused)
     for (const char* body : {"", "\x92\x01", "\xDD\xFF\xFF\xFF\xFF", "\xDF\xFF\xFF\xFF\xFF", "\xDB\xFF\xFF\xFF\xFF",
                              "\xC6\xFF\xFF\xFF\xFF", "\xC1"}) {
         EXPECT_EQ(StatusOfDecode(Media::MsgPack, body), Nucleo::ERROR_PARAMETER) << json(Bytes(body));
+    }
+    const std::tuple<Media, const char*, const char*> repeated[] = {
+        {Media::Json, R"({"a":1,"b":{},"a":1})", "\"a\" twice (at \"/a\")"},
+        {Media::Json, R"({"b":{"y":1},"~/":[0,{"x\u0000":1,"z":[],"x\u0000":2}]})",
+         R"("x\x00" twice (at "/~0~1/1/x\x00"))"},
+        {Media::Cbor, "\x81\xA2\x61k\x01\x61k\x02", "\"k\" twice (at \"/0/k\")"},
+        {Media::MsgPack, "\x82\xA1k\x01\xA1k\x01", "\"k\" twice (at \"/k\")"}};
+    for (const auto& [media, body, place] : repeated) {
+        EXPECT_EQ(VxTestSupport::MessageThrown([&] { Decode(media, body); }), "-997 the body has the member "s + place);
     }
     EXPECT_EQ(Decode(Media::Cbor, "\x7F\x61\x61\x61\x62\xFF"), "ab");  // a string in parts is fine
     EXPECT_EQ(Decode(Media::Cbor, "\x9F\x01\xBF\x61k\x02\xFF\xFF"), (json{1, {{"k", 2}}}));

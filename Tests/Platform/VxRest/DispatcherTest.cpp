@@ -104,10 +104,12 @@ TEST_F(Dispatch, VerbsFindTheirOperations)
               "201 application/json Location: /files/a%20b {\"id\":\"a b\",\"path\":\"/files/a%20b\"}");
     // Bytes reach the resource beside the arguments.
     const Extras asOctets{.contentType = "application/octet-stream"};
-    Ask(Verb::Post, "/files?name=A&keep=true", std::string("\x00\xFF{", 3), asOctets);
-    EXPECT_EQ(seen, (json{{"name", "A"}, {"keep", true}, {"content", json::binary({0, 255, '{'})}}));
-    Ask(Verb::Post, "/files?name=B", "", asOctets);
-    EXPECT_EQ(seen, (json{{"name", "B"}, {"content", json::binary({})}}));
+    files.textField = "name";  // Taken as it is written.
+    Ask(Verb::Post, "/files?name=%31e3&keep=true&n=1e3", std::string("\x00\xFF{", 3), asOctets);
+    EXPECT_EQ(seen, (json{{"name", "1e3"}, {"keep", true}, {"n", 1000.0}, {"content", json::binary({0, 255, '{'})}}));
+    Ask(Verb::Post, "/files?name=true", "", asOctets);
+    EXPECT_EQ(seen, (json{{"name", "true"}, {"content", json::binary({})}}));
+    EXPECT_EQ(Ask(Verb::Post, "/files?content=x", "y", asOctets), "400");
     EXPECT_EQ(Ask(Verb::Delete, "/files/%2A"), "204");
     EXPECT_EQ(seen, "*");
     EXPECT_EQ(Ask(Verb::Delete, "/files"), "405 Allow: OPTIONS, GET, HEAD, PUT, PATCH, POST");
@@ -119,7 +121,6 @@ TEST_F(Dispatch, VerbsFindTheirOperations)
     EXPECT_EQ(Ask(Verb::Post, "/do", R"({"a":1})"), R"(200 application/json {"done":{"a":1}})");
     EXPECT_EQ(Ask(Verb::Options, "/do"), "204 Allow: OPTIONS, POST");
     EXPECT_EQ(Ask(Verb::Get, "/do"), "405 Allow: OPTIONS, POST");
-    EXPECT_EQ(Ask(Verb::Other, "/do"), "405 Allow: OPTIONS, POST");
     EXPECT_EQ(Ask(Verb::Options, "*"), "204 Allow: OPTIONS, GET, HEAD, PUT, PATCH, POST, DELETE");
     EXPECT_EQ(Ask(Verb::Get, "*"), "400");
 }
@@ -158,6 +159,28 @@ TEST_F(Dispatch, MediaTypesAreNegotiated)
     EXPECT_EQ(stored, document);
 }
 
+TEST_F(Dispatch, TextsOfAResourcesOwnMediaType)
+{
+    FakeResource text;
+    text.document = [](const RequestInfo&, VxRest::ResponseInfo& response) {
+        response.Embed("item", "/doc", true, nullptr);
+        response.SetText("text/x; v=1\r\nEvil: 1", "never sent");
+        response.SetText("Text/x; v=1\r\nEvil: 1", "a \xFF\n");
+        return json{{"not", "sent"}};
+    };
+    router.Register("/text", text);
+    for (const bool immediate : {false, true}) {
+        text.immediate = immediate;
+        for (const char* accept : {"", "text/*;q=0.1", "application/json, text/X;v=2;q=0.001", "*/*;q=0, text/x"}) {
+            EXPECT_EQ(Ask(Verb::Get, "/text?schema=true", "", {.accept = accept}),
+                      "200 Content-Type: Text/x; v=1%0D%0AEvil: 1 a \xFF\n");
+        }
+        for (const char* accept : {"application/json", "text/x;q=0, */*", "text/*;q=0", "text", ";;,,q=\""}) {
+            EXPECT_EQ(Ask(Verb::Get, "/text", "", {.accept = accept}), "406") << accept;
+        }
+    }
+}
+
 TEST_F(Dispatch, FailuresBecomeProblemDocuments)
 {
     std::function<void()> fail;
@@ -186,7 +209,7 @@ TEST_F(Dispatch, FailuresBecomeProblemDocuments)
     };
     using namespace Nucleo::Statuses;
     const std::pair<Nucleo::Status, unsigned> statuses[] = {
-        {ERROR_NAME, 400},           {ERROR_NOT_FOUND, 404}, {ERROR_UNSUPPORTED, 405},
+        {ERROR_NAME, 400},           {ERROR_NOT_FOUND, 404}, {ERROR_UNSUPPORTED, 422},
         {ERROR_ALREADY_EXISTS, 409}, {ERROR_STATE, 409},     {ERROR_CONTENT, 422},
         {ERROR_LIMIT, 413},          {ERROR_DISK_FULL, 507}, {ERROR_IO, 500},
         {ERROR_BUSY, 500},           {-12345, 500},          {ERROR_CAPACITY, 400}};
@@ -194,6 +217,7 @@ TEST_F(Dispatch, FailuresBecomeProblemDocuments)
         expect(throwing(code), status, code, "x");
     }
     expect(throwing(ERROR_PARAMETER, "Jobs: \"%s\" \xFF"), 400, ERROR_PARAMETER, "Jobs: \"%s\" \xEF\xBF\xBD");
+    expect(throwing(ERROR_PARAMETER, std::string(2000, 'x')), 400, ERROR_PARAMETER, std::string(1000, 'x') + "...");
     expect(throwing(ERROR_NAME, ""), 400, ERROR_NAME, Nucleo::StatusText(ERROR_NAME));
     expect([] { json(5).get<std::string>(); }, 400, ERROR_PARAMETER,
            "[json.exception.type_error.302] type must be string, but is number");
@@ -202,6 +226,9 @@ TEST_F(Dispatch, FailuresBecomeProblemDocuments)
     expect([] { throw std::out_of_range("lost"); }, 500, ERROR_STATE, "lost");
     expect([] { throw 5; }, 500, ERROR_STATE, "the request failed for an unknown reason");
 
+    failing.update = failNow;
+    fail = throwing(ERROR_UNSUPPORTED);
+    EXPECT_EQ(Ask(Verb::Put, "/f", "{}"), "405 Allow: OPTIONS, GET, HEAD, POST");
     fail = throwing(ERROR_LIMIT);
     EXPECT_EQ(Ask(Verb::Get, "/f"), "400");  // there is no body that could be too large
     failing.immediate = true;

@@ -5,7 +5,7 @@
 
 #include <VxTestSupport/ReplacedHeap.h>
 
-#include "ServerFixture.h"
+#include "TestResources.h"
 
 namespace
 {
@@ -35,19 +35,6 @@ namespace
 using namespace VxRestTests;
 using VxRest::ResourceRouter;
 
-/// Calls `use` with the first, the second, ... allocation failing, until none does.
-template <class Use>
-void SweepFailures(const Use& use)
-{
-    for (int failing = 0;; ++failing) {
-        ASSERT_LT(failing, 200);
-        SCOPED_TRACE(failing);
-        if (!use(failing)) {
-            return;
-        }
-    }
-}
-
 /// Whether `call` failed for want of memory, its allocation number `failing` being refused.
 template <class Call>
 bool Fails(int failing, const Call& call)
@@ -65,27 +52,28 @@ bool Fails(int failing, const Call& call)
 TEST(RouterShortOfMemory, RegistersAndDeregistersWhollyOrNotAtAll)
 {
     const std::string path = "/a/path/that/is/longer/than/what/a/string/holds/without/memory";
-    SweepFailures([&](int failing) {
-        ResourceRouter router;
-        FakeResource resource = FakeResource::WithDocument(1);
-        const bool failed = Fails(failing, [&] { router.Register(path, resource); });
-        EXPECT_EQ(router.Patterns().empty(), failed);
-        return failed;
-    });
-    SweepFailures([&](int failing) {
-        ResourceRouter router;
-        FakeResource resource = FakeResource::WithDocument(1);
-        router.Register("/other", resource);
-        router.Register(path, resource);
-        router.Serialize(path);
-        const bool failed = Fails(failing, [&] { router.Deregister(path, true); });
-        EXPECT_EQ(router.Patterns().size(), failed ? 2u : 1u);
-        ResponseInfo response;
-        EXPECT_EQ(StatusThrown([&] { router.Find(path).Document({}, response); }),
-                  failed ? Nucleo::OK : Nucleo::ERROR_NOT_FOUND);
-        EXPECT_EQ(router.Find("/other").Document({}, response), 1);
-        return failed;
-    });
+    for (const bool registering : {true, false}) {
+        bool failed = true;
+        for (int failing = 0; failed; ++failing) {
+            ASSERT_LT(failing, 200);
+            SCOPED_TRACE(failing);
+            ResourceRouter router;
+            FakeResource resource = FakeResource::WithDocument(1);
+            router.Register("/other", resource);
+            if (!registering) {
+                router.Register(path, resource);
+                router.Serialize(path);
+            }
+            failed =
+                Fails(failing, [&] { registering ? router.Register(path, resource) : router.Deregister(path, true); });
+            const bool there = failed != registering;
+            EXPECT_EQ(router.Patterns().size(), there ? 2u : 1u);
+            ResponseInfo response;
+            EXPECT_EQ(StatusThrown([&] { router.Find(path).Document({}, response); }),
+                      there ? Nucleo::OK : Nucleo::ERROR_NOT_FOUND);
+            EXPECT_EQ(router.Find("/other").Document({}, response), 1);
+        }
+    }
 }
 
 class ServerShortOfMemory : public ServerFixture
@@ -100,6 +88,16 @@ protected:
         EXPECT_TRUE(Eventually([&] { return failures >= before + 3; }));
         isShort = false;
     }
+
+    /// Opens the gate once memory is short.
+    std::thread OpenOnceShort()
+    {
+        return std::thread([this] {
+            isSpared = true;
+            EXPECT_TRUE(Eventually([] { return isShort.load(); }));
+            gate.open.Set();
+        });
+    }
 };
 
 TEST_F(ServerShortOfMemory, GoesOnOnceThereIsSomeAgain)
@@ -112,11 +110,7 @@ TEST_F(ServerShortOfMemory, GoesOnOnceThereIsSomeAgain)
     EXPECT_TRUE(Eventually([&] { return server->Statistics().connections == 1; }));
     BeShort();  // Only the sweeps miss it, one after the other.
     HttpClient working = BeginSlow();
-    std::thread opener([this] {
-        isSpared = true;
-        EXPECT_TRUE(Eventually([] { return isShort.load(); }));
-        gate.open.Set();
-    });
+    std::thread opener = OpenOnceShort();
     BeShort();
     opener.join();
     // Whether there was an answer depends on what was missed; the connection must not be forgotten.
@@ -132,11 +126,7 @@ TEST_F(ServerShortOfMemory, StopsWithoutMemory)
     HttpClient running = BeginSlow();
     HttpClient waiting = Begin(Head("POST /slow") + "\r\n");
     EXPECT_TRUE(Eventually([&] { return server->Statistics().requests == 2; }));
-    std::thread opener([this] {
-        isSpared = true;
-        EXPECT_TRUE(Eventually([] { return isShort.load(); }));
-        gate.open.Set();
-    });
+    std::thread opener = OpenOnceShort();
     isSpared = false;
     isShort = true;
     server->Stop(20ms);

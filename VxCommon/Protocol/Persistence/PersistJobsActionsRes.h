@@ -10,6 +10,12 @@ namespace VxCommon::Internal
 
 class PersistJobsCommandResBase : public PersistResBase, public VxRest::CommandResourceBase
 {
+public:
+    bool IsTextField(std::string_view name) const override
+    {
+        return name == "name" || name == "sourceName" || name == "destName";
+    }
+
 protected:
     PersistJobsCommandResBase(VxRest::ResourceRouter& /*router*/, PersistManager& manager) : PersistResBase(manager) {}
     PersistJobsCommandResBase(const PersistJobsCommandResBase&) = default;

@@ -52,6 +52,7 @@ public:
     {}
 
     VxRest::IParentResource* ParentProvider() override { return this; }
+    bool IsTextField(std::string_view name) const override { return name == "name"; }
     nlohmann::json Document(const VxRest::RequestInfo& request, VxRest::ResponseInfo& response) override;
     void UpdateDocument(const VxRest::RequestInfo& request, const nlohmann::json& document) override;
 

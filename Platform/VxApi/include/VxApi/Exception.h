@@ -21,7 +21,7 @@ public:
     /// Without a message: what() then says the status in words.
     Exception(Location location, Nucleo::Status status);
 
-    /// With a message taken as it is.
+    /// With a message taken as it is, except that a NUL, which would end it, is shown as "\x00".
     Exception(Location location, Nucleo::Status status, std::string message);
 
     Nucleo::Status Status() const noexcept { return status_; }
@@ -65,11 +65,30 @@ void LogException(const Location& location, const std::exception& exception) noe
 /// Throws Exception(location, status) unless `status` is OK.
 void Check(const Location& location, Nucleo::Status status);
 
-/// An exception whose message is printed from a printf-style format.
+/// A text as messages show it: a NUL, which would end it, is "\x00".
+std::string ShowNuls(const std::string& text);
+
+namespace Detail
+{
+
+inline std::string Shown(const std::string& argument)
+{
+    return ShowNuls(argument);
+}
+
+template <class T>
+const T& Shown(const T& argument)
+{
+    return argument;
+}
+
+}  // namespace Detail
+
+/// An exception whose message is printed from a printf-style format. A NUL inside a std::string is shown as "\x00".
 template <class... Args>
 Exception MakeException(Location location, Nucleo::Status status, std::string_view format, const Args&... args)
 {
-    return Exception(location, status, Nucleo::Print(format, Nucleo::MakeFormatArgs(args...)));
+    return Exception(location, status, Nucleo::Print(format, Nucleo::MakeFormatArgs(Detail::Shown(args)...)));
 }
 
 }  // namespace Vx

@@ -5,6 +5,7 @@
 // failures by throwing Vx::Exception (the status decides the HTTP answer) or an error of the JSON library (400).
 
 #include <string>
+#include <string_view>
 
 #include <nlohmann/json.hpp>
 
@@ -72,6 +73,10 @@ public:
     /// True when GET of this resource neither blocks nor takes longer than some ten microseconds, so that it may be
     /// answered on the thread that serves the sockets.
     virtual bool IsImmediate() const { return false; }
+
+    /// Whether the field of this name is a text. Beside a body of plain bytes the fields come from the query: a text as
+    /// it was written ("007", "1e3", "true"), any other by its look. Must not block.
+    virtual bool IsTextField(std::string_view /*name*/) const { return false; }
 
     /// Raised with an event type and a path when something changed. Listeners must not throw.
     NotificationEventType& NotificationEvent() noexcept { return notificationEvent_; }
