@@ -220,8 +220,7 @@ TEST_F(HttpWire, MalformedRequestsAreRefusedAndTheNextIsServed)
         client.Send(Head(request) + "\r\n");
         const HttpReply reply = client.Receive();
         const json shown = reply.Json();
-        EXPECT_EQ(std::to_string(reply.status) + " " + shown["instance"].get<std::string>() + " " +
-                      shown["detail"].get<std::string>(),
+        EXPECT_EQ(std::to_string(reply.status) + " " + shown.value("instance", "") + " " + shown.value("detail", ""),
                   problem);
     }
     EXPECT_EQ(client.Request("POST", "/echo", "1", {{"Origin", "http://evil.example"}}).status, 403);
