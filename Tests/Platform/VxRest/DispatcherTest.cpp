@@ -219,8 +219,6 @@ TEST_F(Dispatch, FailuresBecomeProblemDocuments)
     expect(throwing(ERROR_PARAMETER, "Jobs: \"%s\" \xFF"), 400, ERROR_PARAMETER, "Jobs: \"%s\" \xEF\xBF\xBD");
     expect(throwing(ERROR_PARAMETER, std::string(2000, 'x')), 400, ERROR_PARAMETER, std::string(1000, 'x') + "...");
     expect(throwing(ERROR_NAME, ""), 400, ERROR_NAME, Nucleo::StatusText(ERROR_NAME));
-    expect([] { json(5).get<std::string>(); }, 400, ERROR_PARAMETER,
-           "[json.exception.type_error.302] type must be string, but is number");
     expect([] { json(5).value("a", 1); }, 400, ERROR_PARAMETER,
            "[json.exception.type_error.306] cannot use value() with number");
     expect([] { throw std::out_of_range("lost"); }, 500, ERROR_STATE, "lost");
@@ -240,10 +238,6 @@ TEST_F(Dispatch, FailuresBecomeProblemDocuments)
     const std::string onlyRead = "405 Allow: OPTIONS, GET, HEAD";
     EXPECT_EQ(Ask(Verb::Put, "/ro", "{}"), onlyRead);
     EXPECT_EQ(Ask(Verb::Patch, "/ro", "x", {.contentType = "text/plain"}), onlyRead);
-    EXPECT_EQ(Ask(Verb::Options, "/ro"), "204 Allow: OPTIONS, GET, HEAD");
-    EXPECT_EQ(Ask(Verb::Get, "/nowhere"), "404");
-    EXPECT_EQ(Ask(Verb::Get, "/%zz"), "400");
-    EXPECT_EQ(Ask(Verb::Post, "/f", "{"), "400");
     EXPECT_EQ(Ask(Verb::Post, "/f", json(std::vector<int>(200)).dump()), "413");
 }
 

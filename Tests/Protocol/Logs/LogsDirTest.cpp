@@ -104,12 +104,8 @@ TEST_F(LogsDirTest, EntriesHaveLevelTextIdAndTime)
 {
     Log(VcLogMsgType_Error, "text\xff");
     const json document = Get("/logs", json::object(), true);
-    const json& entry = document.at("logs").at(0);
-    EXPECT_EQ(entry.size(), 4U);
-    EXPECT_EQ(entry.at("level"), 2);
-    EXPECT_EQ(entry.at("text"), "text\xff");
-    EXPECT_EQ(entry.at("id"), 1);
-    EXPECT_EQ(entry.at("timestamp"), VcLogMsg_Timestamp(VcLog_At(VcLogger_PublicLog(), 0)));
+    const std::uint64_t time = VcLogMsg_Timestamp(VcLog_At(VcLogger_PublicLog(), 0));
+    EXPECT_EQ(document.at("logs"), json({{{"level", 2}, {"text", "text\xff"}, {"id", 1}, {"timestamp", time}}}));
     const json& fields = document.at("_schema").at("properties").at("logs").at("items").at("properties");
     EXPECT_EQ(fields.at("level").at("oneOf").at(2), json({{"const", 2}, {"title", "Error"}}));
     EXPECT_EQ(fields.at("timestamp").at("type"), "integer");

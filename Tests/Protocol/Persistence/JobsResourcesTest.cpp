@@ -40,7 +40,6 @@ GET /jobs/files/a%00b/data -> 404 -999 Job file a\x00b not found.
 POST /jobs/files {"name":"a"} -> 400 -997 Jobs create resource parameters must contain name and content.
 POST /jobs/files {"content":""} -> 400 -997 Jobs create resource parameters must contain name and content.
 POST /jobs/files [] -> 400 -997 Jobs create resource parameters must contain name and content. @JobsFilesRes::Create
-POST /jobs/files -> 400 -997 Jobs create resource parameters must contain name and content.
 POST /jobs/files {"name":"","content":""} -> 400 -997 Jobs create resource parameter name cannot be empty.
 POST /jobs/files {"name":1,"content":""} -> 400 -997 [json.exception.type_error.302] type must be string, but is number
 POST /jobs/files {"name":"a/b","content":""} -> 400 -994 File 'a/b.vpjob' cannot be written: not a valid file name
@@ -59,13 +58,11 @@ GET /jobs/files/a%20%25/data -> 200 {"content":"/w=="}
 DELETE /jobs/files/a%20%25 -> 204 ! 3 /jobs/files/a%20%25
 DELETE /jobs/files/a%20%25 -> 404 -999
 POST /jobs/commands/save -> 400 -997 Jobs save command resource args empty. @JobsSaveCommandRes::Invoke
-POST /jobs/commands/save {} -> 400 -997 Jobs save command resource args empty.
 POST /jobs/commands/save 5 -> 400 -997 [json.exception.type_error.306] cannot use value() with number
 POST /jobs/commands/save {"name":null} -> 400 -997 [json.exception.type_error.302] type must be string, but is null
 POST /jobs/commands/save {"name":""} -> 400 -997 The job name is empty.
 POST /jobs/commands/save {"name":"a"} -> 204 ! 1 /jobs/files/a, 2 /jobs
 POST /jobs/commands/copy -> 400 -997 Jobs copy command resource args do not contain destName. @JobsCopyCommandRes::Invoke
-POST /jobs/commands/copy [1] -> 400 -997 Jobs copy command resource args do not contain destName.
 POST /jobs/commands/copy {"sourceName":"a"} -> 400 -997 Jobs copy command resource args do not contain destName.
 POST /jobs/commands/copy {"destName":"a"} -> 400 -997 Jobs copy command resource args do not contain sourceName.
 POST /jobs/commands/copy {"sourceName":1,"destName":"a"} -> 400 -997 [json.exception.type_error.302] type must be string
