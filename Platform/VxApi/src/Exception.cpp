@@ -60,7 +60,7 @@ Exception::Exception(Location location, Nucleo::Status status, std::string messa
       line_(location.line),
       file_(location.file),
       function_(location.function),
-      message_(ShowNuls(message)),
+      message_(message.find('\0') == std::string::npos ? std::move(message) : ShowNuls(message)),
       what_(Words(status_, message_)),
       trace_(BackTrace())
 {}
