@@ -15,7 +15,6 @@ namespace
 {
 
 using namespace VxRestTests;
-using VxRest::Operation;
 using VxRest::RequestInfo;
 using VxRest::ResourceRouter;
 using VxRest::ResponseInfo;
