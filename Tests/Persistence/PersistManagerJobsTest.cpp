@@ -232,6 +232,7 @@ TEST_F(JobsTest, FailuresOfTheStorageLeaveWhatWasDoneSoFar)
         {FileOp::Delete, "b.vpjob", [&] { manager_->ClearJobs(); }, {}, "a|a", {"b", "c"}},
         {FileOp::List, "", [&] { manager_->ClearJobs(); }},
         {FileOp::Upload, "n.vpjob", [&] { manager_->SaveJob("n"); }, {"A: Save JOB"}},
+        {FileOp::Size, "b.vpjob", [&] { manager_->SaveJob("b"); }, {"A: Save JOB"}},
         {FileOp::Upload, recordFile, [&] { manager_->SetDefaultJob("b"); }, {}, "a|b"},
     };
     for (const auto& c : cases) {

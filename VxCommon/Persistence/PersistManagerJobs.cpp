@@ -174,6 +174,9 @@ void PersistManager::SaveJob(const std::string& name)
     RequireName(VX_HERE, name);
     const Bytes image = TakeJobImage();
     const bool existed = storage_.FileExists(JobFile(name));
+    if (existed) {
+        static_cast<void>(storage_.FileSize(JobFile(name)));  // Throws why when the storage cannot tell.
+    }
     WriteFile(JobFile(name), image);
     jobChangedEvent_.Raise(existed ? JobChange::JobUpdated : JobChange::JobCreated, name);
     loadedJob_ = name;
