@@ -50,6 +50,11 @@ bool Check(const std::filesystem::path& file)
     if (status == Nucleo::ERROR_NOT_FOUND) {
         return false;
     }
+    if (status != Nucleo::OK && status != Nucleo::ERROR_LIMIT) {
+        Vx::Logging::Public(Level::Warning, "Start", "%s cannot be read now (%s) and is left as it is.", fileName,
+                            std::string(Nucleo::StatusText(status)));
+        return true;
+    }
     try {
         VX_CHECK(status);
         VxCommon::AppInfoCfg found;

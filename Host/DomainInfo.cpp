@@ -43,6 +43,19 @@ std::size_t CountItems(const VxCommon::IPersistStore& store)
     return static_cast<std::size_t>(std::count_if(paths.begin(), paths.end(), &VxCommon::PersistUtils::IsPathKept));
 }
 
+/// Whether a file of this name may be a diagnosis copy of what the manager keeps: "Global.tar.d01".
+bool IsCopyName(const std::string& name)
+{
+    for (const char* file : {VxCommon::Persist::Global::GLOBAL_FILE, VxCommon::Persist::Workspace::WORKSPACE_FILE,
+                             VxCommon::PersistManager::PERSIST_RECORD_FILE}) {
+        const std::string before = std::string(file) + ".d";
+        if (name.starts_with(before) && name.size() == before.size() + 2) {
+            return name.find_first_not_of("0123456789", before.size()) == std::string::npos;
+        }
+    }
+    return false;
+}
+
 /// The item's object; an empty one when it is missing or no object.
 nlohmann::json ReadItem(const VxCommon::IPersistStore& store)
 {
@@ -78,7 +91,7 @@ void DomainInfo::Load(PersistDomain domain, const VxCommon::IPersistStore& store
     const nlohmann::json info = ReadItem(store);
     if (const auto found = info.find("unread"); found != info.end() && found->is_array()) {
         for (const nlohmann::json& copy : *found) {
-            if (copy.is_string()) {
+            if (copy.is_string() && IsCopyName(copy.get<std::string>())) {
                 unread.insert(copy.get<std::string>());
             }
         }

@@ -1,5 +1,6 @@
 #include "FileRetry.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace VxHost
@@ -7,7 +8,7 @@ namespace VxHost
 
 FileRetry::FileRetry(VxCommon::PersistManager& manager, AutoSaveWatch& watch) : manager_(manager), watch_(watch)
 {
-    if (manager_.RetryFiles()) {
+    if (Retry()) {
         return;
     }
     const Nucleo::MutexGuard guard(mutex_);
@@ -25,10 +26,21 @@ FileRetry::~FileRetry()
     // Here the timer waits for its callback, without the lock that this takes.
 }
 
+bool FileRetry::Retry()
+{
+    const bool settled = manager_.RetryFiles();
+    const auto troubles = manager_.FileTroubles();
+    const auto copies = std::count_if(troubles.begin(), troubles.end(),
+                                      [](const auto& trouble) { return trouble.unread && !trouble.keptAs.empty(); });
+    if (std::exchange(copies_, copies) != copies) {
+        watch_.Expect(VxCommon::PersistDomain::GLOBAL);
+    }
+    return settled;
+}
+
 void FileRetry::OnTimer()
 {
-    if (manager_.RetryFiles()) {
-        watch_.Expect(VxCommon::PersistDomain::GLOBAL);
+    if (Retry()) {
         return;
     }
     const Nucleo::MutexGuard guard(mutex_);

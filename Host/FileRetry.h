@@ -13,8 +13,9 @@
 namespace VxHost
 {
 
-/// Calls PersistManager::RetryFiles every few seconds, on the timer thread, until nothing is left to be tried; then has
-/// GLOBAL saved, which names the copies that were set aside unread. Made and destroyed by one thread.
+/// Calls PersistManager::RetryFiles at once and then every few seconds, on the timer thread, until nothing is left to
+/// be tried. Whenever a file was set aside unread it has GLOBAL saved, which names the copies. Made and destroyed by
+/// one thread.
 class FileRetry
 {
 public:
@@ -30,9 +31,11 @@ public:
 
 private:
     void OnTimer();
+    bool Retry();
 
     VxCommon::PersistManager& manager_;
     AutoSaveWatch& watch_;
+    std::ptrdiff_t copies_ = 0;  // Files that were set aside unread. Used by the thread that retries.
     Nucleo::Mutex mutex_;
     std::unique_ptr<Vx::AsyncTimer> timer_ VX_GUARDED_BY(mutex_);  // Null once this ends.
 };

@@ -152,10 +152,13 @@ std::vector<std::string> Host::Stop()
     parts_->problemsDir.reset();
     parts_->logs.reset();
     parts_->jobs.reset();
+    parts_->retry.reset();
     try {
         parts_->manager.Shutdown();
     } catch (const std::exception& exception) {
         Vx_Debug_Log(Error, "Saving at the end failed (%s); trying once more.", exception.what());
+    } catch (...) {
+        Vx_Debug_Log(Error, "Saving at the end failed (unknown exception); trying once more.");
     }
     std::vector<std::string> unsaved = parts_->watch.SaveWaiting();
     parts_.reset();

@@ -90,7 +90,7 @@ ProblemSource StorageProblems(StorageLimits limits, std::function<double()> use)
 ProblemSource SaveProblems(const VxCommon::PersistManager& manager, const AutoSaveWatch& watch)
 {
     return [&manager, &watch] {
-        constexpr std::size_t maxItems = 10;  // Of a domain: a list that is longer helps nobody.
+        constexpr std::size_t maxItems = 100;  // Of a domain: a list that is longer helps nobody.
         std::vector<Finding> findings;
         for (const PersistDomain domain : {PersistDomain::GLOBAL, PersistDomain::WORKSPACE, PersistDomain::JOB}) {
             const std::string name = VxCommon::PersistDomain_Name(domain);
@@ -111,7 +111,7 @@ ProblemSource SaveProblems(const VxCommon::PersistManager& manager, const AutoSa
 
 ProblemSource StartProblems(const VxCommon::PersistManager& manager, StartReport report)
 {
-    return [&manager, report = std::move(report)] {
+    return [&manager, report = std::move(report)]() mutable {
         std::vector<Finding> findings;
         for (const auto& trouble : manager.FileTroubles()) {
             if (auto finding = Tell(manager, trouble)) {
@@ -131,7 +131,10 @@ ProblemSource StartProblems(const VxCommon::PersistManager& manager, StartReport
                                          copy, VxCommon::NodeStorage::StripExtension(copy))});
             }
         }
-        if (!report.failedJob.empty() && manager.LoadedJob().empty() && manager.DefaultJob() == report.failedJob) {
+        if (!manager.LoadedJob().empty() || manager.DefaultJob() != report.failedJob) {
+            report.failedJob.clear();  // Settled, whatever comes later.
+        }
+        if (!report.failedJob.empty()) {
             findings.push_back({potential, "Start",
                                 Text("The default job %s could not be loaded at start (%s); the factory job runs.",
                                      report.failedJob, report.failedJobReason)});

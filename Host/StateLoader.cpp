@@ -77,7 +77,9 @@ bool IsWhole(const PersistManager& manager, PersistDomain domain, const std::str
     try {
         const std::vector<unsigned char> bytes = manager.FileData(copy);
         if (copy.starts_with(PersistManager::PERSIST_RECORD_FILE)) {
-            VX_CHECK(Nucleo::XmlDocument().Parse(std::string(bytes.begin(), bytes.end())));
+            Nucleo::XmlDocument document;
+            VX_CHECK(document.Parse(std::string(bytes.begin(), bytes.end())));
+            VX_CHECK(document.Child(document.Root(), "DefaultJob") ? Nucleo::OK : Nucleo::ERROR_NOT_FOUND);
         } else {
             DomainInfo::Check(domain, VxCommon::PersistUtils::DearchiveStore(bytes.data(), bytes.size()));
         }

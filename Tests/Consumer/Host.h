@@ -51,9 +51,20 @@ public:
         logs_.Deregister();
         jobs_.reset();
         watch_.reset();
-        manager_.SaveGlobal();  // Whatever became of the automatic saves.
-        manager_.SaveWorkspace();
-        manager_.Shutdown();
+        // All three, whatever became of the automatic saves; the first failure is thrown at the end.
+        using VxCommon::PersistManager;
+        std::exception_ptr failure;
+        for (const auto save :
+             {&PersistManager::SaveGlobal, &PersistManager::SaveWorkspace, &PersistManager::Shutdown}) {
+            try {
+                (manager_.*save)();
+            } catch (...) {
+                failure = failure ? failure : std::current_exception();
+            }
+        }
+        if (failure) {
+            std::rethrow_exception(failure);
+        }
     }
 
     std::uint16_t Port() const { return server_->Port(); }

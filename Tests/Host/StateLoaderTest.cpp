@@ -192,6 +192,7 @@ TEST_F(StateLoaderTest, FilesThatStayInTheWayAreTriedUntilTheyGiveWay)
         EXPECT_NE(Storage().Get(file), good);
         EXPECT_THAT(Told(started), testing::ElementsAre(testing::EndsWith("is kept as " + file + ".d01.")));
         EXPECT_EQ(time.Pending(), 0U);
+        EXPECT_THAT(Told(Rig(platform)), testing::ElementsAre(testing::HasSubstr("is whole")));
         Storage().Put(file, good);
         Storage().Remove(file + ".d01");
     }

@@ -421,7 +421,9 @@ TEST_F(ManagerTest, DestructionWritesWhatIsPendingAndSwallowsItsFailure)
 {
     VxTestSupport::ScopedLogCapture log;
     manager_->NotifyChange(a_, PersistDomain::GLOBAL);  // Nobody listens before Init.
+    manager_->NotifyChange(n_, PersistDomain::GLOBAL);
     manager_.reset();
+    EXPECT_THAT(files_.Names(), IsEmpty()) << "a domain that was not begun is not written";
     PersistManager(system_, updatable_).SaveGlobal();
     EXPECT_EQ(LogOf(log, managerTag), Journal({"I Destroying PersistManager.", "I Constructing PersistManager.",
                                                "I Destroying PersistManager."}));
@@ -519,6 +521,8 @@ TEST_F(ManagerTest, AStartWithoutARecordIsPossibleAndTheRecordFollowsLater)
         if (held) {
             EXPECT_EQ(Thrown([&] { manager_->SetDefaultJob("a"); }), "-991 NodeStorage::MoveForDiagnosis");
             EXPECT_EQ(Text(recordFile), "junk");
+            files_.FailNext(FileOp::Upload, recordFile, 1, Nucleo::ERROR_DISK_FULL);
+            EXPECT_FALSE(manager_->RetryFiles());
             EXPECT_TRUE(manager_->RetryFiles());
             EXPECT_EQ(Text(copy), "junk");
         }

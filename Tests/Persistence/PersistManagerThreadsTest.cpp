@@ -93,6 +93,8 @@ public:
     }
     void Cancel(Ticket) override {}
     void Wait(Ticket) override {}
+    void Sleep(std::chrono::microseconds) override { onSleep(); }
+    std::function<void()> onSleep;
     std::vector<std::function<void()>> calls;
 };
 
@@ -127,6 +129,38 @@ TEST_F(ManagerThreadsTest, ACallbackThatWaitedForTheLockIsTooLate)
     time.calls.back()();
     EXPECT_FALSE(manager_->HasUnsavedChanges(PersistDomain::GLOBAL));
     manager_.reset();
+}
+
+TEST_F(ManagerThreadsTest, WhoeverReadsAgainHoldsNoLockAndNothingTakesTheFilesPlace)
+{
+    HeldTime time;
+    Vx::TimeService* previous = Vx::TimeService::Replace(&time);
+    Start();
+    const Bytes good = Image({{"/A", "stored"}});
+    const std::pair<const char*, std::function<void()>> loads[] = {{"Global.tar", [&] { manager_->LoadGlobal(); }},
+                                                                   {"a.vpjob", [&] { manager_->LoadDefaultJob(); }}};
+    files_.Put("a.vpjob", good);
+    manager_->SetDefaultJob("a");
+    for (const auto& [file, load] : loads) {
+        files_.Put(file, good);
+        files_.FailNext(FileOp::Download, file, 1, Nucleo::ERROR_IO);
+        VxTestSupport::Signal taken;
+        std::thread other;
+        time.onSleep = [&] {
+            other = std::thread([&] {
+                manager_->NotifyChange(a_, PersistDomain::GLOBAL);
+                time.calls.back()();  // The automatic save.
+                taken.Set();
+            });
+            EXPECT_TRUE(taken.Await());
+            EXPECT_EQ(files_.Get(file), good);
+        };
+        load();
+        other.join();
+        EXPECT_EQ(a_.values[std::string(file) == "a.vpjob" ? PersistDomain::JOB : PersistDomain::GLOBAL], "stored");
+    }
+    manager_.reset();
+    Vx::TimeService::Replace(previous);
 }
 
 }  // namespace

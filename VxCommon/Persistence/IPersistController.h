@@ -15,8 +15,8 @@ public:
 
     /// Registers `handler` under `name` and returns a handle that names this registration. With a name, which is the
     /// scope of its views too, a handler is saved and loaded on its own notifications, and its Init is never called;
-    /// with an empty name it works on whole domain stores and is driven by the domain-wide operations. Names need not be unique. `handler` must stay
-    /// alive until it is unregistered.
+    /// with an empty name it works on whole domain stores and is driven by the domain-wide operations. Names need not
+    /// be unique. `handler` must stay alive until it is unregistered.
     virtual void* RegisterHandler(IPersistHandler& handler, const std::string& name) = 0;
 
     /// Ends a registration; the handler is not called any more. An unknown handle is ignored and logged.

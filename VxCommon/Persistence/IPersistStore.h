@@ -1,9 +1,9 @@
 #pragma once
 // The interface of an in-memory store: byte blobs under slash-separated paths. Paths begin with "/", such as
 // "/settings.json": a stored image keeps no leading "/" and gives every path one when it is read back. An image keeps
-// no item whose path ends in "/", holds a NUL, or has more than 511 bytes after its leading "/"; and none without a
-// segment, such as
-// "/". Stores do not lock: a store is used by one thread at a time.
+// no item whose path ends in "/", holds a NUL, has no segment, or has more than 511 bytes after its leading "/".
+//
+// Stores do not lock: a store is used by one thread at a time.
 
 #include <cstddef>
 #include <cstdint>

@@ -50,6 +50,9 @@ public:
     /// False when the file is not there. True also when the storage cannot tell; reading or sizing it throws why.
     bool FileExists(const std::string& name) const;
 
+    /// As FileExists, but throws the storage's status, as from `location`, when the storage cannot tell.
+    bool IsThere(const Vx::Location& location, const std::string& name) const;
+
     unsigned long long FileSize(const std::string& name) const;
 
     /// The names of the files with exactly this extension (without the "."), or of all files when it is empty, in the
@@ -74,9 +77,6 @@ public:
 
 private:
     TesselLib::Storage& Storage() const;
-
-    /// As FileExists, but throws the storage's status when it cannot tell.
-    bool IsThere(const Vx::Location& location, const std::string& name) const;
 
     /// The name under which `name` is kept for diagnosis; empty when `maxCopies` is 0. Throws when it is missing.
     std::string DiagnosisName(const Vx::Location& location, const std::string& name,

@@ -85,7 +85,7 @@ void PersistManager::Shutdown()
     std::exception_ptr failure;
     for (FileDomain* parts : {&globalDomain_, &workspaceDomain_}) {
         try {
-            if (parts->changed || !controller_.ChangedNames(parts->domain).empty()) {
+            if (parts->changed || (parts->begun && !controller_.ChangedNames(parts->domain).empty())) {
                 Vx_Debug_Log(Info, "Saving %s as part of shutdown...", PersistDomain_Name(parts->domain));
                 SavePendingNames(parts->domain);
                 Save(*parts);
@@ -210,7 +210,7 @@ void PersistManager::SavePendingNames(PersistDomain domain)
         try {
             ScopedPersistStore view = View(domain, name);
             controller_.SaveDomain(domain, view, name, false);
-        } catch (const std::exception& exception) {  // The pass has told users of it.
+        } catch (const std::exception& exception) {  // The pass has told users of what a handler threw.
             Vx_Debug_Log(Error, "A pending change of '%s' could not be saved (%s).", name, exception.what());
         } catch (...) {
             Vx::Logging::Public(Vx::Logging::Level::Error, "Save domain",
@@ -267,6 +267,11 @@ std::vector<unsigned char> PersistManager::FileData(const std::string& name) con
 void PersistManager::WriteFile(const std::string& name, const std::vector<unsigned char>& data)
 {
     const Vx::Locker locker(lock_);
+    for (auto* trouble : {&globalDomain_.trouble, &workspaceDomain_.trouble, &recordTrouble_}) {
+        if (*trouble && (*trouble)->file == name) {
+            ReleaseHeld(*trouble);
+        }
+    }
     storage_.WriteFile(name, data.data(), data.size());
 }
 

@@ -79,6 +79,9 @@ public:
     /// How many diagnosis copies of a domain file are kept.
     static constexpr unsigned long long MaxDiagnosisCopies = 5;
 
+    /// How many files that could not be read are kept; they are no copies of something that is known to be damaged.
+    static constexpr unsigned long long MaxUnreadCopies = 99;
+
     /// The file that keeps the default job's name.
     static const char* const PERSIST_RECORD_FILE;
 
@@ -185,6 +188,7 @@ public:
     // Jobs. A job is the file "<name>.vpjob"; names follow the rules of NodeStorage and have at most 144 characters.
 
     std::vector<std::string> ListJobs() const;
+    /// Throws the storage's status when it cannot tell.
     bool JobExists(const std::string& name) const;
     std::vector<unsigned char> JobData(const std::string& name) const;
     unsigned long long JobSize(const std::string& name) const;
@@ -296,6 +300,8 @@ private:
         const char* fallbackSucceeded;
 
         // Guarded by lock_.
+        bool begun = false;    // It was initialised, loaded or saved: its file may be written at the end.
+        bool reading = false;  // A load waits to read the file again: nothing may take its place meanwhile.
         bool changed = false;
         std::uint64_t writes = 0;  // Of the file.
         // Made once by Init; never destroyed or waited for with the lock held, which its callback takes.
@@ -330,7 +336,8 @@ private:
     void Arm(FileDomain& parts) VX_REQUIRES(lock_);
     void Disarm(FileDomain& parts) VX_REQUIRES(lock_);
     void AutoSave(FileDomain& parts) VX_REQUIRES(lock_);
-    void Save(FileDomain& parts) VX_REQUIRES(lock_);
+    /// `changedAgain`: what is saved has been changed since, so the domain stays changed.
+    void Save(FileDomain& parts, bool changedAgain = false) VX_REQUIRES(lock_);
     void Flush(FileDomain& parts) VX_REQUIRES(lock_);
     void InitDomain(FileDomain& parts) VX_REQUIRES(lock_);
     void LoadDomain(PersistDomain domain, const Bytes* data) VX_EXCLUDES(lock_);

@@ -35,6 +35,10 @@ void PersistManager::OnSaveTimer(PersistDomain domain)
         return;
     }
     parts.armed = false;
+    if (parts.reading) {
+        Arm(parts);
+        return;
+    }
     Vx_Debug_Log(Warning, "Automatically saving %s domain...", PersistDomain_Name(domain));
     const std::uint64_t writes = parts.writes;
     const auto tell = [&](const std::exception& exception) {
@@ -58,11 +62,9 @@ void PersistManager::AutoSave(FileDomain& parts)
     ReleaseHeld(parts.trouble);
     parts.changed = false;
     SavePendingNames(parts.domain);
-    const bool changedAgain = parts.changed;  // A named handler notified from inside its Save.
-    Save(parts);
+    Save(parts, parts.changed);  // A named handler may have notified from inside its Save.
     Disarm(parts);
-    if (changedAgain || parts.changed) {  // It is still promised a save.
-        parts.changed = true;
+    if (parts.changed) {  // It is still promised a save.
         Arm(parts);
     }
 }
@@ -145,13 +147,18 @@ void PersistManager::FlushWorkspace()
     Flush(workspaceDomain_);
 }
 
-void PersistManager::Save(FileDomain& parts)
+void PersistManager::Save(FileDomain& parts, bool changedAgain)
 {
+    if (parts.reading) {
+        VX_THROW(ERROR_STATE, "%s cannot be saved while it is being loaded.", PersistDomain_Name(parts.domain));
+    }
     ReleaseHeld(parts.trouble);
     parts.changed = false;
     controller_.SaveDomain(parts.domain, parts.record.GetStore(), "", true);
     WriteFile(parts.file, TakeImage(parts.domain));
     ++parts.writes;
+    parts.begun = true;
+    parts.changed = parts.changed || changedAgain;
     RetryRecord();
     domainPersistedEvent_.Raise(parts.domain);
 }
@@ -166,13 +173,14 @@ void PersistManager::Flush(FileDomain& parts)
 void PersistManager::InitDomain(FileDomain& parts)
 {
     controller_.InitDomain(parts.domain, parts.record.GetStore(), "");
-    ReleaseHeld(parts.trouble);
+    parts.begun = true;
     WriteFile(parts.file, TakeImage(parts.domain));
 }
 
 void PersistManager::LoadDomainImage(FileDomain& parts, const Bytes& image)
 {
     parts.record.Load(image.data(), image.size());
+    parts.begun = true;
     controller_.LoadDomain(parts.domain, parts.record.GetStore(), "", true);
 }
 
@@ -188,7 +196,8 @@ void PersistManager::LoadDomain(PersistDomain domain, const Bytes* data)
             const Vx::Locker locker(lock_);
             FileDomain& parts = DomainOf(domain);
             const Reading reading = Read(parts.file);
-            if (!reading.mayPass || attempt == ReadAttempts) {
+            parts.reading = reading.mayPass && attempt < ReadAttempts;
+            if (!parts.reading) {
                 LoadDomainFile(parts, reading);
                 return;
             }
@@ -209,10 +218,13 @@ void PersistManager::LoadDomainFile(FileDomain& parts, const Reading& reading)
     } catch (const std::exception& exception) {
         Vx_Debug_Log(Error, parts.loadFailed, exception.what());
         Vx::LogException(VX_HERE, exception);
-        parts.trouble = KeepForDiagnosis(parts.file, exception.what(), reading.failure != nullptr);
+        // Without memory an image cannot be taken apart, which says nothing about it.
+        const bool unread = reading.failure != nullptr || Vx::StatusOf(exception) == ERROR_MEMORY;
+        parts.trouble = KeepForDiagnosis(parts.file, exception.what(), unread);
         Vx_Debug_Log(Warning, parts.fallback);
         if (parts.trouble->held) {
             controller_.InitDomain(parts.domain, parts.record.GetStore(), "");
+            parts.begun = true;
         } else {
             InitDomain(parts);
         }
@@ -232,10 +244,13 @@ PersistManager::Reading PersistManager::Read(const std::string& file) const
 {
     Reading reading;
     try {
-        if (storage_.FileExists(file)) {
+        if (storage_.IsThere(VX_HERE, file)) {
             reading.image = storage_.ReadFile(file);
         }
     } catch (const std::exception& exception) {
+        if (Vx::StatusOf(exception) == ERROR_NOT_FOUND) {  // It has gone away meanwhile.
+            return reading;
+        }
         reading.failure = std::current_exception();
         reading.mayPass = MayPass(exception);
         Vx_Debug_Log(Warning, "File '%s' cannot be read now (%s).", file, exception.what());
@@ -270,13 +285,13 @@ PersistManager::FileTrouble PersistManager::KeepForDiagnosis(const char* file, c
 std::string PersistManager::SetAside(const std::string& file)
 {
     try {
-        return storage_.MoveForDiagnosis(file, MaxDiagnosisCopies);
+        return storage_.MoveForDiagnosis(file, MaxUnreadCopies);
     } catch (const Vx::Exception& exception) {
         if (exception.Status() != ERROR_UNSUPPORTED) {
             throw;
         }
     }
-    return storage_.CopyForDiagnosis(file, MaxDiagnosisCopies);
+    return storage_.CopyForDiagnosis(file, MaxUnreadCopies);
 }
 
 void PersistManager::ReleaseHeld(std::optional<FileTrouble>& trouble)
@@ -314,8 +329,10 @@ bool PersistManager::RetryHeld(FileDomain& parts) noexcept
         return true;
     } catch (const std::exception& exception) {
         Vx_Debug_Log(Info, "File '%s' still cannot be set aside (%s).", parts.file, exception.what());
-        return false;
+    } catch (...) {
+        Vx_Debug_Log(Info, "File '%s' still cannot be set aside (unknown exception).", parts.file);
     }
+    return false;
 }
 
 std::vector<PersistManager::FileTrouble> PersistManager::FileTroubles() const

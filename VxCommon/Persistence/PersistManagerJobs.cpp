@@ -66,7 +66,7 @@ bool PersistManager::JobExists(const std::string& name) const
 {
     const Vx::Locker locker(lock_);
     RequireName(VX_HERE, name);
-    return storage_.FileExists(JobFile(name));
+    return storage_.IsThere(VX_HERE, JobFile(name));
 }
 
 std::vector<unsigned char> PersistManager::JobData(const std::string& name) const
@@ -173,14 +173,12 @@ void PersistManager::SaveJob(const std::string& name)
     const Vx::Locker locker(lock_);
     RequireName(VX_HERE, name);
     const Bytes image = TakeJobImage();
-    const bool existed = storage_.FileExists(JobFile(name));
-    if (existed) {
-        static_cast<void>(storage_.FileSize(JobFile(name)));  // Throws why when the storage cannot tell.
-    }
+    const bool existed = storage_.IsThere(VX_HERE, JobFile(name));
     WriteFile(JobFile(name), image);
     jobChangedEvent_.Raise(existed ? JobChange::JobUpdated : JobChange::JobCreated, name);
     loadedJob_ = name;
-    jobModified_ = false;
+    jobModified_ =
+        !controller_.ChangedNames(PersistDomain::JOB).empty();  // What could not be saved is not in the file.
     jobChangedEvent_.Raise(JobChange::LoadedJobStateChanged, name);
     domainPersistedEvent_.Raise(PersistDomain::JOB);
     RetryRecord();
@@ -192,7 +190,7 @@ void PersistManager::SetDefaultJob(const std::string& name)
     if (!NodeStorage::IsFileNameValid(name)) {
         VX_THROW(ERROR_PARAMETER, "The job name %s contains an invalid character.", name);
     }
-    if (!name.empty() && !storage_.FileExists(JobFile(name))) {
+    if (!name.empty() && !storage_.IsThere(VX_HERE, JobFile(name))) {
         VX_THROW(ERROR_NOT_FOUND, "Job '%s' does not exist.", name);
     }
     static_cast<void>(RecordText(name));
@@ -244,7 +242,7 @@ void PersistManager::LoadJob(const std::string& name)
     if (name.empty()) {
         VX_THROW(ERROR_PARAMETER, "Attempt to load job failed: `jobName` argument is empty.");
     }
-    if (!storage_.FileExists(JobFile(name))) {
+    if (!storage_.IsThere(VX_HERE, JobFile(name))) {
         VX_THROW(ERROR_NOT_FOUND, "Attempt to load job failed: Job does not exist.");
     }
     LoadJob(name, [this, &name] { return storage_.ReadFile(JobFile(name)); });

@@ -44,7 +44,7 @@ void PersistManager::InitWithoutRecord(const std::exception& reason)
 void PersistManager::LoadPersistRecord()
 {
     const Vx::Locker locker(lock_);
-    if (!storage_.FileExists(PERSIST_RECORD_FILE)) {
+    if (!storage_.IsThere(VX_HERE, PERSIST_RECORD_FILE)) {
         Vx_Debug_Log(Warning, "No %s exists, creating...", PERSIST_RECORD_FILE);
         defaultJob_.clear();
         recordUnwritten_ = true;
@@ -67,7 +67,10 @@ void PersistManager::SavePersistRecord()
 {
     const Vx::Locker locker(lock_);
     const std::string text = RecordText(defaultJob_);
-    ReleaseHeld(recordTrouble_);
+    if (recordTrouble_ && recordTrouble_->held) {
+        ReleaseHeld(recordTrouble_);
+        recordUnwritten_ = true;
+    }
     WriteFile(PERSIST_RECORD_FILE, {text.begin(), text.end()});
     recordUnwritten_ = false;
 }
@@ -82,8 +85,10 @@ bool PersistManager::RetryRecord() noexcept
         return true;
     } catch (const std::exception& exception) {
         Vx_Debug_Log(Warning, "%s cannot be written yet (%s).", PERSIST_RECORD_FILE, exception.what());
-        return false;
+    } catch (...) {
+        Vx_Debug_Log(Warning, "%s cannot be written yet (unknown exception).", PERSIST_RECORD_FILE);
     }
+    return false;
 }
 
 bool PersistManager::IsRecordUnwritten() const

@@ -211,6 +211,8 @@ Nucleo::Status DirectoryStorage::Folders::Place(const UploadName& upload, const 
             ::renameat2(from, upload.data(), to, name, RENAME_EXCHANGE);
         } else if (kind == Kind::Missing) {
             ::renameat(to, name, from, upload.data());
+        } else {
+            usedBytes -= old.st_size;  // It is gone: the new file stays in its place.
         }
         return status;
     }

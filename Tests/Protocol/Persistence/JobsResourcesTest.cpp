@@ -327,7 +327,6 @@ TEST_F(JobsResourcesTest, WhatOnlyADirectCallerCanAskIsRefused)
     EXPECT_EQ(VxTestSupport::MessageThrown(calls[2].first), "-997 Jobs resource request info keys do not include id.");
     // A look that fails is no "already exists".
     files_.FailNext(VxTestSupport::FileOp::Exists, "n.vpjob", 1, Nucleo::ERROR_IO);
-    files_.FailNext(VxTestSupport::FileOp::Exists, "n.vpjob", 2, Nucleo::ERROR_IO);
     files_.FailNext(VxTestSupport::FileOp::Size, "n.vpjob", 1, Nucleo::ERROR_IO);
     EXPECT_THAT(VxTestSupport::MessageThrown([&] { files.Create(none, {{"name", "n"}, {"content", ""}}); }),
                 StartsWith("-993 "));

@@ -157,7 +157,6 @@ VxRest::CreateResult PersistJobsFilesRes::Create(const VxRest::RequestInfo& /*re
         VX_THROW(ERROR_PARAMETER, "Jobs create resource parameter name cannot be empty.");
     }
     if (Manager().JobExists(name)) {
-        static_cast<void>(Manager().JobSize(name));  // Throws why when the storage cannot tell.
         VX_THROW(ERROR_ALREADY_EXISTS, "Jobs create resource request failed - '%s' already exists", name);
     }
     Manager().CreateJob(name, Vx::Properties::JsonSerializer::DecipherBinaryJson(document.at("content")));

@@ -49,8 +49,9 @@ public:
 
     /// Gives the file `from` the name `to` and replaces the file that had it, by a rename: it needs neither room nor
     /// reading, so it works on a full disk and for a file whose content cannot be read. On the medium when it returns
-    /// OK; both files are as they were when it does not. ERROR_NOT_FOUND when `from` is none. Not every storage offers
-    /// it: the default answers ERROR_UNSUPPORTED.
+    /// OK; both files are as they were when it does not, except that a storage that cannot keep the replaced file
+    /// meanwhile may have lost that one. ERROR_NOT_FOUND when `from` is none. Not every storage offers it: the default
+    /// answers ERROR_UNSUPPORTED.
     virtual Nucleo::Status Move(std::string_view from, std::string_view to);
 
     /// Fills `*names` with the bare names of the files of `directory` ("/user"), in byte order.
