@@ -238,7 +238,7 @@ TEST_F(JobsTest, FailuresOfTheStorageLeaveWhatWasDoneSoFar)
     for (const auto& c : cases) {
         StartWithJobs();
         files_.FailNext(c.op, c.file, 1, Nucleo::ERROR_IO);
-        EXPECT_THAT(PlaceThrown(c.act), testing::StartsWith("-993 Persistence/NodeStorage"));
+        EXPECT_THAT(PlaceThrown(c.act), testing::StartsWith("-993 Persistence/"));
         EXPECT_EQ(journal_, c.events);
         EXPECT_EQ(State(), c.state);
         EXPECT_EQ(manager_->ListJobs(), c.jobs);
