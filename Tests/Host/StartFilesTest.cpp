@@ -69,7 +69,7 @@ TEST(StartFilesTest, WhoUsedTheDataFolderIsCheckedAndNoted)
     }
     fs::remove(file);
     fs::create_directories(file / "in the way");
-    EXPECT_THAT(warnings(), HasSubstr("AppInfo.xml cannot be written")) << "which keeps nobody from starting";
+    EXPECT_THAT(warnings(), HasSubstr("AppInfo.xml cannot be read now")) << "which keeps nobody from starting";
 }
 
 TEST(StartFilesTest, ServiceTakesItsConfigurationAndTheCommandLineWins)
