@@ -129,9 +129,10 @@ void Health::CloseHealth() noexcept
     } else if (wasListening) {
         DigestRest();
     }
-    std::uint64_t dropped = queue_.Clear();
+    // Another caller, who stops meanwhile, leaves what waits to the first, and its count: it has not waited for the
+    // platform's thread.
+    std::uint64_t dropped = wasListening || stoppedInside_ ? queue_.Clear() : 0;
     if (wasListening) {
-        // Who stops meanwhile has not waited for the platform's thread, which counts.
         dropped += std::exchange(droppedInARow_, 0);
     }
     if (dropped != 0) {

@@ -77,7 +77,8 @@ public:
     /// being digested is finished. The messages that wait then are digested on this thread, so that what was reported
     /// counts: no listener may wait for a thread or a lock of the caller. Called by a listener it waits for nothing,
     /// and drops what waits; what is left of the message's digest still happens, except after a node's callback. The
-    /// caller does not hold the lock, unless it is a listener. Later calls do nothing.
+    /// caller does not hold the lock, unless it is a listener. Later calls do nothing; one that comes while another
+    /// thread stops does not wait for what that still digests. A listener may stop the object, not destroy it.
     void Stop();
 
     /// Enter and leave the lock, for callers that read sets or caches over several calls: these change with the next

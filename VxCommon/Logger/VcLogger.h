@@ -164,8 +164,10 @@ VXCOMMON_API Nucleo::Status VcLogger_ParseSpecType(const char** cursor, const Nu
 /// argument give "(?)", here as in the printed text. Otherwise the two may differ:
 /// - Width, precision and flags are printed alone, and so is another base than ten: "%04x" of 255 prints "00ff" and
 ///   gives "255" here. Floating-point numbers have their shortest form here.
-/// - Behind a length modifier everything is an integer here, and so is what follows a second flag: "%lf" and "%-+f"
-///   print the number and give the low 32 bits of its slot. "%hhd" prints 8 bits, and here it gives 64.
+/// - Behind a length modifier everything is a signed integer here, of 64 bits for "hh", "ll", "I64" and "q" and of 32
+///   bits for the others, whatever is printed: "%lu" of 3000000000 gives "-1294967296", "%llu" of 2^63 a negative
+///   number, "%lf" the low 32 bits of its slot, "%hhd" all 64. So is what follows a second flag ("%-+f"). "%ls" prints
+///   a text and gives "(?)".
 /// - A slot of the other kind of number prints "(?)"; here its bits are read as the type says.
 /// - A conversion that nothing prints ("%p") prints "(?)" and gives a 32-bit integer here. A "%" that ends a specifier
 ///   which holds anything else ("%5%") prints "%" and takes no argument; here it takes one.

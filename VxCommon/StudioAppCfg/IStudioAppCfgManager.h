@@ -59,13 +59,13 @@ public:
     /// element and what was expected.
     virtual void Load(const std::filesystem::path& file) = 0;
 
-    /// What is odd about what was loaded last, one sentence for each element that is not known, ten at most; it names
-    /// the element, and the one that may be meant. Empty when nothing is. Nobody else says it.
-    virtual const std::vector<std::string>& Warnings() const = 0;
-
     /// Writes the settings to a file, all or nothing, with the unknown elements of what was loaded last. Throws
     /// Vx::Exception when that is impossible, or the file is a link that leads nowhere; the old file stays then.
     virtual void Save(const std::filesystem::path& file) const = 0;
+
+    /// What is odd about what was loaded last, one sentence for each element that is not known, ten at most; it names
+    /// the element, and the one that may be meant. Empty when nothing is. Nobody else says it.
+    virtual const std::vector<std::string>& Warnings() const = 0;
 };
 
 }  // namespace VxCommon

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include <Nucleo/Utf8.h>
+
 namespace VxRest::Http
 {
 
@@ -12,7 +14,7 @@ namespace
 std::string Cut(const std::string& name)
 {
     constexpr std::size_t shown = 80;
-    return name.size() <= shown ? name : name.substr(0, shown) + "...";
+    return name.size() <= shown ? name : name.substr(0, Nucleo::WholeCharacters(name, shown)) + "...";
 }
 
 /// Appends a member to a JSON pointer.
@@ -32,12 +34,13 @@ void AppendStep(std::string& pointer, const std::string& member)
 
 bool JsonBuilder::key(string_t& value)
 {
-    const auto [member, added] = open_.back()->get_ref<nlohmann::json::object_t&>().try_emplace(value);
-    if (!added) {
+    auto& members = open_.back()->get_ref<nlohmann::json::object_t&>();
+    const auto next = members.lower_bound(value);
+    if (next != members.end() && next->first == value) {
         return Fail(Failure::Malformed,
                     "the body has the member \"" + Cut(value) + "\" twice (at \"" + Place(value) + "\")");
     }
-    member_ = &member->second;
+    member_ = &members.emplace_hint(next, std::move(value), nullptr)->second;
     return true;
 }
 

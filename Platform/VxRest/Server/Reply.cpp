@@ -7,6 +7,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <Nucleo/Utf8.h>
 #include <VxApi/Exception.h>
 
 namespace VxRest::Http
@@ -130,7 +131,7 @@ unsigned HttpStatusOf(Nucleo::Status status, bool withBody)
 Reply MakeProblem(unsigned status, Nucleo::Status code, std::string_view detail, std::string_view path)
 {
     // A detail may quote what was sent.
-    const std::string shown(detail.substr(0, MostDetail));
+    const std::string shown(detail.substr(0, Nucleo::WholeCharacters(detail, MostDetail)));
     nlohmann::json problem = {{"title", ReasonPhrase(status)},
                               {"status", status},
                               {"detail", detail.size() > MostDetail ? shown + "..." : shown},
