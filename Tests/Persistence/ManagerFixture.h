@@ -22,15 +22,15 @@ protected:
         manager_->RegisterHandler(n_, "Laser");
         subscriptions_.clear();
         subscriptions_.push_back(manager_->JobChangedEvent().Subscribe([this](auto change, const std::string& name) {
-            static const char* const names[] = {"JobCreated",
-                                                "JobDeleted",
-                                                "JobUpdated",
-                                                "JobsCleared",
-                                                "JobLoaded",
-                                                "JobModified",
-                                                "LoadedJobStateChanged",
-                                                "DefaultJobChanged"};
-            journal_.push_back(std::string(names[static_cast<int>(change)]) + "(" + name + ") " + State());
+            static const Journal names{"JobCreated",
+                                       "JobDeleted",
+                                       "JobUpdated",
+                                       "JobsCleared",
+                                       "JobLoaded",
+                                       "JobModified",
+                                       "LoadedJobStateChanged",
+                                       "DefaultJobChanged"};
+            journal_.push_back(names.at(static_cast<std::size_t>(change)) + "(" + name + ") " + State());
         }));
         subscriptions_.push_back(manager_->DomainChangedEvent().Subscribe(
             [this](PersistDomain domain) { journal_.push_back("changed " + PersistDomain_Name(domain)); }));

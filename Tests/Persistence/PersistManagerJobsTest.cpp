@@ -66,7 +66,6 @@ TEST_F(JobsTest, EachOperationRaisesItsEventsInOrderWithTheStateOfThatMoment)
         unsigned recordWrites = 0;
     } cases[] = {
         {[&] { manager_->CreateJob("n", data); }, {"JobCreated(n) a|a"}, "a|a"},
-        {[&] { manager_->CreateJob("a", data); }, {"JobCreated(a) a|a"}, "a|a"},
         {[&] { manager_->WriteJob("b", data); }, {"JobUpdated(b) a|a"}, "a|a"},
         {[&] { manager_->WriteJob("a", data); }, {"JobUpdated(a) a|a", "LoadedJobStateChanged() *|a"}, "*|a"},
         {[&] { manager_->CopyJob("b", "n"); }, {"JobCreated(n) a|a"}, "a|a"},
@@ -82,7 +81,6 @@ TEST_F(JobsTest, EachOperationRaisesItsEventsInOrderWithTheStateOfThatMoment)
          {saved, "JobUpdated(b) a|a", "LoadedJobStateChanged(b) b|a", "persisted JOB"},
          "b|a"},
         {[&] { manager_->SetDefaultJob("b"); }, {"DefaultJobChanged(b) a|b"}, "a|b", 1},
-        {[&] { manager_->SetDefaultJob(""); }, {"DefaultJobChanged() a|"}, "a|", 1},
         {[&] { manager_->LoadJob("b"); }, {"A: Load JOB", "JobLoaded(b) b|a"}, "b|a"},
         {[&] { manager_->LoadJobFromFactory(); }, {"A: Init JOB", "JobLoaded() |a"}, "|a"},
         {[&] { manager_->FactoryRestoreJobs(); }, {"A: Init JOB", "JobLoaded() |a", "JobsCleared() |"}, "|"},
@@ -138,11 +136,6 @@ TEST_F(JobsTest, FilesFollowTheOperations)
     manager_->ClearJobs();
     EXPECT_THAT(files_.Names(), ElementsAre("PersistRecord.xml", "b.txt"));
     EXPECT_NE(Text(recordFile).find(">a<"), std::string::npos);  // Not rewritten.
-
-    const std::string longest(144, 'j');
-    manager_->CreateJob(longest, JobImage("long"));
-    manager_->LoadJob(longest);
-    EXPECT_EQ(MessageThrown([&] { manager_->SaveJob(longest + "j"); }), "-997 File name exceeds max length (150).");
 }
 
 TEST_F(JobsTest, BadArgumentsAreRefusedBeforeAnythingChanges)
@@ -175,9 +168,7 @@ TEST_F(JobsTest, BadArgumentsAreRefusedBeforeAnythingChanges)
             EXPECT_EQ(Thrown([&] { c.call("missing"); }), c.missing);
         }
     }
-    for (const char* taken : {"a", "b"}) {
-        EXPECT_EQ(Thrown([&] { manager_->RenameJob("a", taken); }), "-987 NodeStorage::CopyFile");
-    }
+    EXPECT_EQ(Thrown([&] { manager_->RenameJob("a", "a"); }), "-987 NodeStorage::CopyFile");
     EXPECT_EQ(Thrown([&] { manager_->SetDefaultJob("missing"); }), "-999 PersistManager::SetDefaultJob");
     EXPECT_EQ(Thrown([&] { manager_->SetDefaultJob("a:b"); }), "-997 PersistManager::SetDefaultJob");
     files_.Put("\x01.vpjob", "");
@@ -212,8 +203,6 @@ TEST_F(JobsTest, FailuresOfTheStorageLeaveWhatWasDoneSoFar)
     const Case cases[] = {
         {FileOp::Upload, "n.vpjob", [&] { manager_->CreateJob("n", data); }},
         {FileOp::Upload, "a.vpjob", [&] { manager_->WriteJob("a", data); }},
-        {FileOp::Download, "a.vpjob", [&] { manager_->CopyJob("a", "n"); }},
-        {FileOp::Size, "a.vpjob", [&] { manager_->JobSize("a"); }},
         {FileOp::Upload, "n.vpjob", [&] { manager_->RenameJob("a", "n"); }},
         {FileOp::Upload, recordFile, [&] { manager_->RenameJob("a", "n"); }, {"JobCreated(n) a|a"}, "n|n", both},
         {FileOp::Delete,
@@ -230,7 +219,6 @@ TEST_F(JobsTest, FailuresOfTheStorageLeaveWhatWasDoneSoFar)
          "*|",
          {"b", "c"}},
         {FileOp::Delete, "b.vpjob", [&] { manager_->ClearJobs(); }, {}, "a|a", {"b", "c"}},
-        {FileOp::List, "", [&] { manager_->ClearJobs(); }},
         {FileOp::Upload, "n.vpjob", [&] { manager_->SaveJob("n"); }, {"A: Save JOB"}},
         {FileOp::Size, "b.vpjob", [&] { manager_->SaveJob("b"); }, {"A: Save JOB"}},
         {FileOp::Upload, recordFile, [&] { manager_->SetDefaultJob("b"); }, {}, "a|b"},
@@ -257,7 +245,6 @@ TEST_F(JobsTest, AFailingLoadFallsBackToThePreviousJob)
 {
     const Bytes good = JobImage("t");
     const std::string ioText(Nucleo::StatusText(Nucleo::ERROR_IO));
-    const std::string endText(Nucleo::StatusText(Nucleo::ERROR_END));
     Call onHandler;
     Call onListener;
     const struct
@@ -269,7 +256,6 @@ TEST_F(JobsTest, AFailingLoadFallsBackToThePreviousJob)
         bool loads = false;  // And fails in a listener.
     } cases[] = {
         {-984, "Job contains no recognizable data.", Image({}), nullptr},
-        {-989, endText + " (ERROR_END, -989)", {good.begin(), good.begin() + 512}, nullptr},
         {-993, "File 't.vpjob' cannot be read: " + ioText + ".", good,
          [&] { files_.FailNext(FileOp::Download, "t.vpjob", 1, Nucleo::ERROR_IO); }},
         {-990, "Load JOB for A failed -- 1 total failures.", good, [&] { onHandler = Fails(-990, "no"); }},
@@ -308,8 +294,6 @@ TEST_F(JobsTest, AFailingLoadFallsBackToThePreviousJob)
         EXPECT_EQ(LoadFails(c.status), expected);
         EXPECT_EQ(a_.values[JOB], "a");
     }
-    files_.Put("t.vpjob", Image({}));
-    EXPECT_EQ(Thrown([&] { manager_->LoadJob("t"); }), "-984 PersistManager::LoadJob");
 }
 
 TEST_F(JobsTest, WithoutAPreviousJobAFailingLoadFallsBackToTheFactoryJob)
@@ -376,30 +360,6 @@ TEST_F(JobsTest, AJobOfWhichNothingCanBeKeptIsRefused)
     EXPECT_FALSE(manager_->JobExists("m"));
 }
 
-TEST_F(JobsTest, ADefaultJobThatCannotBeReadIsTriedAgainAndStaysInItsPlace)
-{
-    for (const int failures : {3, 4}) {
-        StartWithJobs();
-        for (int nth = 1; nth <= failures; ++nth) {
-            files_.FailNext(FileOp::Download, "a.vpjob", nth, Nucleo::ERROR_TOO_MANY_FILES);
-        }
-        EXPECT_EQ(PlaceThrown([&] { manager_->LoadDefaultJob(); }) == "nothing", failures == 3);
-        EXPECT_EQ(State(), failures == 3 ? "a|a" : "|a");
-        EXPECT_TRUE(files_.Unchanged());
-    }
-}
-
-TEST_F(JobsTest, NoDamageToAJobFileLeavesTheHandlersHalfLoaded)
-{
-    ForEachDamage(JobImage("t"), 0xff, [&](const Bytes& bytes, const std::string& what) {
-        files_.Put("t.vpjob", bytes);
-        manager_->LoadJob("a");
-        const std::string thrown = PlaceThrown([&] { manager_->LoadJob("t"); });
-        ASSERT_EQ(manager_->LoadedJob(), thrown == "nothing" ? "t" : "a") << what;
-        ASSERT_EQ(a_.values[JOB] == "a", thrown != "nothing") << what;
-    });
-}
-
 TEST_F(JobsTest, DefaultAndFactoryJobs)
 {
     manager_->NotifyChange(a_, JOB);
@@ -433,7 +393,7 @@ TEST_F(JobsTest, DefaultAndFactoryJobs)
 TEST_F(JobsTest, LiveJobsComeAndGoWithoutAFile)
 {
     const Bytes live = Image({{"/A", "live"}, {"/Laser/N", "named"}});
-    EXPECT_THROW(manager_->LoadLiveJob(Image({})), Vx::Exception);
+    EXPECT_EQ(MessageThrown([&] { manager_->LoadLiveJob(Image({})); }), "-984 Failed to load job -984");
     EXPECT_EQ(State(), "a|a");
     VxTestSupport::ScopedLogCapture log;
     manager_->LoadLiveJob(live);
@@ -442,18 +402,10 @@ TEST_F(JobsTest, LiveJobsComeAndGoWithoutAFile)
     EXPECT_EQ(a_.values[JOB] + n_.values[JOB], "livenamed");
     EXPECT_EQ(manager_->LiveJob(), live);
 
-    for (const auto& [image, status, reason] :
-         {std::tuple{Image({}), "-984", "Job contains no recognizable data."},
-          std::tuple{live, "-990", "Load JOB for A failed -- 1 total failures."}}) {
-        a_.on["Load JOB"] = Fails(-990, "no");
-        log.Clear();
-        EXPECT_EQ(MessageThrown([&, &data = image] { manager_->LoadLiveJob(data); }),
-                  std::string(status) + " Failed to load job " + status);
-        Journal lines = LogOf(log, managerTag);
-        std::erase_if(lines, [](const std::string& line) { return line.starts_with("!"); });
-        EXPECT_EQ(lines,
-                  Journal({"I Loading live job ...", std::string("E Loading live job failed (") + reason + ")."}));
-    }
+    a_.on["Load JOB"] = Fails(-990, "no");
+    log.Clear();
+    EXPECT_EQ(MessageThrown([&] { manager_->LoadLiveJob(live); }), "-990 Failed to load job -990");
+    EXPECT_EQ(LogOf(log, managerTag).back(), "E Loading live job failed (Load JOB for A failed -- 1 total failures.).");
     EXPECT_EQ(State(), "a*|a");
     EXPECT_TRUE(files_.Unchanged());
 }
@@ -465,11 +417,8 @@ TEST(ValidateConfigFileTest, LooksForAVersionThatIsNotTooNew)
         {R"({"version": 4})", "-983 "},
         {R"({"version": 18446744073709551615})", "-983 "},
         {R"({"version": -1})", "-988 "},
-        {R"({"version": 1.5})", "-988 "},
         {R"({"version": "3"})", "-988 "},
-        {R"({"Version": 3})", "-988 "},
         {R"([{"version": 3}])", "-988 "},
-        {R"({"version": 3)", "-988 "},
         {"\xff\xfe", "-988 "},
         {"", "-988 "},
     };

@@ -75,16 +75,4 @@ inline Map Items(const Bytes& image)
     return Items(Dearchive(image));
 }
 
-/// Calls `check` with every image in which one byte is changed by these bits and with every one that is cut short.
-template <class Check>
-void ForEachDamage(const Bytes& good, int bits, Check&& check)
-{
-    for (std::size_t at = 0; at < good.size(); ++at) {
-        Bytes damaged = good;
-        damaged[at] = static_cast<unsigned char>(damaged[at] ^ bits);
-        check(damaged, "byte " + std::to_string(at));
-        check(Bytes(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(at)), "cut at " + std::to_string(at));
-    }
-}
-
 }  // namespace VxCommon
