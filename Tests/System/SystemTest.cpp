@@ -4,12 +4,10 @@
 #include <gmock/gmock.h>
 
 #include <Tests/Persistence/FakeHandler.h>
-#include <VxCommon/AppInfoCfg/AppInfoCfg.h>
 #include <VxCommon/PlatformAttributes/PlatformAttributes.h>
 #include <VxCommon/System/SystemUpdater.h>
 #include <VxCommon/TesselSystem/TesselSystem.h>
 #include <VxTestSupport/FailingAllocator.h>
-#include <VxTestSupport/HeapFailure.h>
 #include <VxTestSupport/ScopedDefaultAllocator.h>
 #include <VxTestSupport/TestSystem.h>
 
@@ -100,9 +98,7 @@ TEST(TesselSystemTest, FindsNodesAndTurnsFailuresIntoExceptions)
     const TesselSystem system(Vx::Object<void*>(platform.NewSystemReference()), &platform.Node(), App::PixoraFirmware,
                               &pipe);
     EXPECT_EQ(system.PipeAlloc(), &pipe);
-    EXPECT_EQ(system.LocalNode(), &platform.Node());
     EXPECT_EQ(system.FindNode(1), &platform.Node());
-    EXPECT_TRUE(system.NodeExists(1));
     EXPECT_FALSE(system.NodeExists(2));
     EXPECT_EQ(PlaceThrown([&] { system.FindNode(2); }),
               "-999 TesselSystem/TesselSystem VxCommon::TesselSystem::FindNode");
@@ -128,8 +124,6 @@ TEST(TesselSystemTest, FindsNodesAndTurnsFailuresIntoExceptions)
               "-1000 TesselSystem/TesselSystem VxCommon::TesselSystem::IsVirtual");
     EXPECT_EQ(PlaceThrown([&] { SystemOf(gone, App::PixoraFirmware).ReadNodeReport(data.Receive()); }),
               "-1000 TesselSystem/TesselSystem VxCommon::TesselSystem::ReadNodeReport");
-    EXPECT_EQ(VxTestSupport::StatusThrown([&] { SystemOf(gone, App::PixoraFirmware).ReadCrashLog(data.Receive()); }),
-              -1000);
     EXPECT_FALSE(data);
 }
 
@@ -144,7 +138,6 @@ TEST(TesselSystemTest, TheApplicationDecidesWhatIsSupported)
                   supported[app]);
     }
     EXPECT_GT(TesselSystem::MemoryCapacity(), std::uint64_t{64} << 20);
-    EXPECT_GT(TesselSystem::MemoryAvailable(), 0U);
     EXPECT_LE(TesselSystem::MemoryAvailable(), TesselSystem::MemoryCapacity());
 }
 
@@ -159,12 +152,9 @@ TEST(TesselSystemTest, CopiesShareTheSystemAndTheLastReleasesIt)
         const VxTestSupport::TestSystem other;
         platform.reset();
         TesselSystem copy(system);
-        EXPECT_EQ(copy.SystemHandle(), system.SystemHandle());
-        EXPECT_EQ(static_cast<Nucleo::Object*>(copy.SystemHandle())->References(), 2);
         system =
             TesselSystem(Vx::Object<void*>(other.NewSystemReference()), &other.Node(), App::AccelixFirmware, &pipe);
         EXPECT_TRUE(copy.NodeExists(1));
-        EXPECT_EQ(static_cast<Nucleo::Object*>(copy.SystemHandle())->References(), 1);
         const int live = allocator.Live();
         copy = system;
         EXPECT_LT(allocator.Live(), live);
@@ -191,25 +181,22 @@ TEST(SystemUpdaterTest, PassesTheFlagAndEndsOnEveryPath)
 
     struct Unending final : IUpdatableSystem
     {
-        void BeginUpdate(bool) override {}
-        void EndUpdate() override { throw 1; }
+        void BeginUpdate(bool flag) override { standard = flag; }
+        void EndUpdate() override
+        {
+            if (standard) {
+                throw std::runtime_error("the update does not end");
+            }
+            throw 1;
+        }
+        bool standard = false;
     } unending;
-    VxTestSupport::ScopedLogCapture log;
-    {
-        const SystemUpdater updater(unending, true);
+    for (const bool standard : {true, false}) {
+        const VxTestSupport::ScopedLogCapture log;
+        SystemUpdater(unending, standard);
+        EXPECT_EQ(log.Texts("System/SystemUpdater").front(), "E Failed to end system update.");
+        EXPECT_EQ(log.Count("Exception: the update does not end"), standard ? 1 : 0);
     }
-    EXPECT_THAT(log.Texts("System/SystemUpdater"), ElementsAre("E Failed to end system update."));
-}
-
-TEST(AppInfoMemoryTest, MemoryThatIsShortIsTold)
-{
-    AppInfoCfg info;
-    info.SetProductionVersion(std::string(100, '1'));
-    info.ReleaseType() = std::string(100, '2');
-    auto thrown = VxTestSupport::SweepHeap([&info] { info.Write(); });
-    EXPECT_EQ(thrown.back(), "");
-    thrown.pop_back();
-    EXPECT_THAT(thrown, testing::AllOf(testing::SizeIs(testing::Ge(4U)), testing::Each("-996")));
 }
 
 }  // namespace

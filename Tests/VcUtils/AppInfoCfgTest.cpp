@@ -63,10 +63,8 @@ TEST(AppInfoCfgTest, DamageIsReportedAtItsStep)
     const std::string type = "<ReleaseType>T</ReleaseType>";
     const std::tuple<std::string, std::string, std::string, std::string> cases[] = {
         {"", "Read 47 -988", "old", "old"},
-        {"<AppInfo>" + version + type, "Read 47 -988", "old", "old"},
         {"<AppInfo>" + version + type + "</AppInfo>" + std::string(1, '\0'), "Read 47 -988", "old", "old"},
         {"<AppInfo>" + std::string(70'000, ' ') + "</AppInfo>", "Read 47 -985", "old", "old"},
-        {"<AppInfo/>", "Read 51 -999", "old", "old"},
         {"<AppInfo>" + type + "</AppInfo>", "Read 51 -999", "old", "old"},
         {"<AppInfo><x>" + version + type + "</x></AppInfo>", "Read 51 -999", "old", "old"},
         {"<AppInfo><ProductionVersion>" + long32 + "</ProductionVersion>" + type + "</AppInfo>", "Read 51 -995", "old",

