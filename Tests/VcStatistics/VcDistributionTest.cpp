@@ -18,9 +18,9 @@ constexpr double Largest = std::numeric_limits<double>::max();
 VcDistribution Of(const std::vector<double>& samples)
 {
     VcDistribution distribution = {};
-    EXPECT_EQ(VcDistribution_Reset(&distribution), OK);
+    VcDistribution_Reset(&distribution);
     for (const double sample : samples) {
-        EXPECT_EQ(VcDistribution_AddSample(&distribution, sample), OK);
+        VcDistribution_AddSample(&distribution, sample);
     }
     return distribution;
 }
