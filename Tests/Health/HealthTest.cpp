@@ -3,11 +3,11 @@
 #include <array>
 #include <atomic>
 #include <chrono>
-#include <future>
 #include <map>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -116,15 +116,14 @@ protected:
 
     static bool IsLocked(Health& health)
     {
-        return std::async(std::launch::async,
-                          [&health] {
-                              const bool entered = health.GetLock().TryEnter();
-                              if (entered) {
-                                  health.Unlock();
-                              }
-                              return !entered;
-                          })
-            .get();
+        bool entered = false;
+        std::thread([&] {
+            entered = health.GetLock().TryEnter();
+            if (entered) {
+                health.Unlock();
+            }
+        }).join();
+        return !entered;
     }
 
     static std::int64_t AppValue(const Health& health, std::uint32_t id)

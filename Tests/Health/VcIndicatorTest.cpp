@@ -103,6 +103,9 @@ TEST(VcIndicatorCacheTest, FindsTheItemsOfAnIdInTheirOrder)
     EXPECT_EQ(VcIndicatorCache_Aggregate(cache.Get(), ids, 0, 5), 50);
     EXPECT_EQ(VcIndicatorCache_Aggregate(cache.Get(), ids, 5, 5), 30);
     EXPECT_EQ(VcIndicatorCache_Aggregate(cache.Get(), ids, 0, 2), 30);
+    constexpr std::int64_t most = std::numeric_limits<std::int64_t>::max();
+    EXPECT_EQ(VcIndicatorCache_Aggregate(MakeCache({Record("", 1, 0, most), Record("", 2, 0, 2)}).Get(), ids, 0, 2),
+              std::numeric_limits<std::int64_t>::min() + 1);
     EXPECT_EQ(VcIndicatorCache_NextById(cache.Get(), nullptr), nullptr);
 
     // Step by step.
@@ -228,6 +231,15 @@ TEST(VcIndicatorSetTest, Cycles)
         VcIndicatorSet_AddOverwrite(set, 3, 5, &Increase, &hundred);
     };
     EXPECT_THAT(cycle(several), ElementsAre("1/0=112 a0 again", "1/1=11 a1", "2/0=120 b", "3/5=1" + n63));
+}
+
+TEST(VcIndicatorSetTest, WhatIsNotFoundChangesNoName)
+{
+    const Handle<VcIndicatorSet> set = MakeSet();
+    const char* name = "unchanged";
+    VcIndicatorSet_AddValue(set.Get(), "another instance", 1, 0, 3);
+    EXPECT_EQ(VcIndicatorSet_GetName(set.Get(), 1, 2, &name), ERROR_NOT_FOUND);
+    EXPECT_STREQ(name, "unchanged");
 }
 
 // Report after report, against a cache and a set that have seen nothing else.
