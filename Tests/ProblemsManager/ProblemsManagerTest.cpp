@@ -113,20 +113,10 @@ TEST_F(ProblemsManagerTest, MessagesAreFormattedWithinTheirBoundAndLoggedAsTheyA
     EXPECT_EQ(Thrown([&] { manager.Add(potential, "s", percents.c_str()); }), addRefused);
     EXPECT_EQ(manager.Count(), 4U);
 
-    const std::uint64_t debug = std::uint64_t{1} << 63U;
-    const std::string refused = "Message is too long or could not be formatted: ";
-    const std::vector<std::pair<std::uint64_t, std::string>> expected = {{debug | 1, longest},
-                                                                         {debug | 2, longest.substr(7) + "%d %n"},
-                                                                         {debug | 1, ""},
-                                                                         {debug | 2, refused + tooLong},
-                                                                         {debug | 2, refused + "%s"},
-                                                                         {debug | 2, refused + percents}};
-    std::vector<std::pair<std::uint64_t, std::string>> logged;
-    for (const VxTestSupport::LogLine& line : log.Lines()) {
-        EXPECT_EQ(line.source, "ProblemsManager/ProblemsManager");
-        logged.emplace_back(line.options, line.text);
-    }
-    EXPECT_EQ(logged, expected);
+    const std::string refused = "E Message is too long or could not be formatted: ";
+    EXPECT_THAT(log.Texts("ProblemsManager/ProblemsManager"),
+                ElementsAre("W " + longest, "E " + longest.substr(7) + "%d %n", "W ", refused + tooLong, refused + "%s",
+                            refused + percents));
     EXPECT_EQ(manager.BlockingCount(), 1U);
     EXPECT_STREQ(VcProblemSeverity_Name(static_cast<VcProblemSeverity>(2)), "Unknown");
 }
