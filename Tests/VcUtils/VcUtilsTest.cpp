@@ -9,6 +9,7 @@
 #include <gmock/gmock.h>
 
 #include <Nucleo/ArrayList.h>
+#include <Nucleo/String.h>
 #include <VxCommon/VcUtils/VcUtils.h>
 #include <VxTestSupport/LogCapture.h>
 #include <VxTestSupport/TestSystem.h>
@@ -98,19 +99,27 @@ TEST(VcUtilsTest, AddressesGivenByHandAreJudged)
     EXPECT_TRUE(VcUtils_ValidateIpConfig(&config));
 }
 
-TEST(VcUtilsTest, NetworksOfOneMachineAreUnique)
+TEST(VcUtilsTest, NetworksOfOneMachineAreUniqueAndReachTheirGateways)
 {
-    const std::pair<std::vector<std::string>, bool> cases[] = {
-        {{}, true},
-        {{"192.168.1.10/16", "192.168.2.10/24"}, false},  // under the first mask
-        {{"192.168.2.10/24", "192.168.1.10/16"}, false},  // under the second mask
-        {{"10.0.0.1/32", "10.0.0.1/32"}, false},
-        {{"10.0.0.127/25", "10.0.0.128/25"}, true},
-        {{"10.0.0.1/0", "99.0.0.1/24"}, false},
-        {{"10.0.3.1/24", "10.0.0.1/24", "10.0.1.1/24", "10.0.0.9/24"}, false},
+    const std::tuple<std::vector<std::string>, bool, bool> cases[] = {
+        {{}, true, true},
+        {{"192.168.1.10/16", "192.168.2.10/24"}, false, true},  // under the first mask
+        {{"192.168.2.10/24", "192.168.1.10/16"}, false, true},  // under the second mask
+        {{"10.0.0.1/32", "10.0.0.1/32"}, false, true},
+        {{"10.0.0.127/25", "10.0.0.128/25"}, true, true},
+        {{"10.0.0.1/0", "99.0.0.1/24"}, false, true},
+        {{"10.0.3.1/24", "10.0.0.1/24", "10.0.1.1/24", "10.0.0.9/24"}, false, true},
+        {{"10.0.0.1/24 10.0.0.254"}, true, true},
+        {{"10.0.0.1/24 10.0.1.254"}, true, false},
+        {{"10.0.0.1/24 10.0.1.254", "10.0.1.1/24"}, true, true},
+        {{"10.0.1.1/24", "10.0.0.1/24 10.0.1.254"}, true, true},
+        {{"10.0.1.1/24 10.0.0.7", "10.0.0.1/24 10.0.2.1"}, true, false},
+        {{"10.0.0.1/25 10.0.0.128"}, true, false},
+        {{"10.0.0.1/24 0.0.0.1"}, true, false},
     };
-    for (const auto& [texts, unique] : cases) {
+    for (const auto& [texts, unique, reachable] : cases) {
         EXPECT_EQ(VcUtils_ValidateIpNetworkUniqueness(List(texts).Get()), unique) << testing::PrintToString(texts);
+        EXPECT_EQ(VcUtils_ValidateGatewayReachability(List(texts).Get()), reachable) << testing::PrintToString(texts);
     }
     // Addresses of two versions never clash; those of version 6 are told apart by all of their bytes.
     const ConfigList list = List({"10.0.0.1/24"});
@@ -125,28 +134,13 @@ TEST(VcUtilsTest, NetworksOfOneMachineAreUnique)
     EXPECT_TRUE(VcUtils_ValidateIpNetworkUniqueness(list.Get()));
 }
 
-TEST(VcUtilsTest, GatewaysMustBeReachedThroughSomeInterface)
-{
-    const std::pair<std::vector<std::string>, bool> cases[] = {
-        {{}, true},
-        {{"10.0.0.1/24"}, true},
-        {{"10.0.0.1/24 10.0.0.254"}, true},
-        {{"10.0.0.1/24 10.0.1.254"}, false},
-        {{"10.0.0.1/24 10.0.1.254", "10.0.1.1/24"}, true},
-        {{"10.0.1.1/24", "10.0.0.1/24 10.0.1.254"}, true},
-        {{"10.0.1.1/24 10.0.0.7", "10.0.0.1/24 10.0.2.1"}, false},
-        {{"10.0.0.1/24 0.0.0.1"}, false},
-    };
-    for (const auto& [texts, reachable] : cases) {
-        EXPECT_EQ(VcUtils_ValidateGatewayReachability(List(texts).Get()), reachable) << testing::PrintToString(texts);
-    }
-}
-
 TEST(VcUtilsTest, WhatIsNoListOfConfigurationsIsNotJudged)
 {
     Nucleo::Handle<Nucleo::ArrayList<std::uint32_t>> numbers;
     ASSERT_EQ(Nucleo::ArrayList<std::uint32_t>::Make(numbers.Receive(), 0, nullptr), OK);
-    for (const Nucleo::Object* other : {static_cast<Nucleo::Object*>(numbers.Get()), {}}) {
+    Nucleo::Handle<Nucleo::String> text;
+    ASSERT_EQ(Nucleo::String::Make(text.Receive(), "10.0.0.1", nullptr), OK);
+    for (const Nucleo::Object* other : std::initializer_list<Nucleo::Object*>{numbers.Get(), text.Get(), nullptr}) {
         const ScopedLogCapture log;
         EXPECT_TRUE(VcUtils_ValidateIpNetworkUniqueness(other));
         EXPECT_TRUE(VcUtils_ValidateGatewayReachability(other));
