@@ -150,6 +150,9 @@ TEST_P(PassTest, StaysValidWhileHandlersComeGoAndNotify)
     Run(GetParam(), true);
     EXPECT_THAT(journal_, ElementsAre("Begin(true)", "First: " + call, "Third: " + call, "End"));
     EXPECT_EQ(controller_.ListRegistered().size(), 2U);
+    const VxTestSupport::ScopedLogCapture log;
+    controller_.UnregisterHandler(goneHandle);
+    EXPECT_EQ(log.Texts("Persistence/PersistController").size(), 1U);
 }
 
 TEST_F(PersistControllerTest, TheFirstStatusAndTheFirstNameMayComeFromDifferentHandlers)

@@ -131,6 +131,12 @@ TEST_P(DomainTest, AChangeThatANamedHandlerNotifiesFromItsOwnSaveIsWritten)
         shutdown ? manager_->Shutdown() : time_.Advance(1h);
         EXPECT_THAT(journal_, IsEmpty());
     }
+    // One that does so in every save is saved each time after the delay.
+    n_.on[Call("Save")] = [&] { manager_->NotifyChange(n_, domain_); };
+    manager_->NotifyChange(n_, domain_);
+    const std::size_t writes = Writes();
+    time_.Advance(1s);
+    EXPECT_EQ(Writes() - writes, 4U);
 }
 
 TEST_P(DomainTest, ASaveThatFailsLeavesTheFileAndTheNextChangeIsSaved)
@@ -154,82 +160,65 @@ TEST_P(DomainTest, ASaveThatFailsLeavesTheFileAndTheNextChangeIsSaved)
     a_.on[Call("Save")] = [] { throw 7; };
     Change(a_, "2");
     time_.Advance(250ms);
+    a_.on.clear();
+    // A listener that fails after the file was written is no failed save.
+    const auto failing = manager_->DomainPersistedEvent().Subscribe([](auto) { throw std::runtime_error("late"); });
+    Change(a_, "3");
+    time_.Advance(250ms);
+    EXPECT_EQ(File(), (Map{{"/A", "3"}}));
     EXPECT_THAT(failures, ElementsAre(name_ + " -990", name_ + " -992", name_ + " -1000"));
 }
 
 TEST_P(DomainTest, LoadFallsBackToDefaultsWhateverFails)
 {
-    const std::string& file = file_;
-    const std::string copy = file + ".d01";
+    const std::string copy = file_ + ".d01";
     const std::string text = global_ ? "GLOBAL" : "workspace";
-    const std::string ioText(Nucleo::StatusText(Nucleo::ERROR_IO));
-    const std::string handlerFailed = Call("Load") + " for A failed -- 1 total failures.";
-    const Bytes good = Image({{"/A", "stored"}});
-    const Bytes cut(good.begin(), good.begin() + 512);
-    const std::string fallback = "W Attempting to fallback to re-initailize " + text + (global_ ? "..." : " ...");
-    const std::string fellBack = "W Fallback to re-initialize " + text + " succeeded.";
-    const std::string notCopied = "W File '" + file + "' could not be copied for diagnosis (";
-    const std::string notKept = "E File '" + file + "' could not be saved for diagnosis (";
-    const auto cannot = [&](const std::string& what, const std::string& of) {
-        return "File '" + of + "' cannot be " + what + ": " + ioText + ".";
-    };
+    const std::string io = " cannot be written: " + std::string(Nucleo::StatusText(Nucleo::ERROR_IO)) + ".";
+    const std::string unsupported(Nucleo::StatusText(Nucleo::ERROR_UNSUPPORTED));
+    const Bytes stored = Image({{"/A", "stored"}});
     struct Case
     {
-        Bytes stored;
-        std::string reason;
-        std::function<void()> arrange = [] {};
+        std::function<void()> arrange;
         Journal lines = {};  // Between the failure and the fallback.
         std::string thrown = "nothing";
         bool kept = true;
     };
     const Case cases[] = {
-        {good, handlerFailed, [&] { a_.on[Call("Load")] = Fails(-990, "100%s"); }},
-        {cut,
-         std::string(Nucleo::StatusText(Nucleo::ERROR_END)) + " (ERROR_END, -989)",
-         [&] { files_.FailNext(FileOp::Upload, copy, 1, Nucleo::ERROR_IO); },
-         {notCopied + cannot("written", copy) + ")."}},
+        {[] {}},
         // A storage without a rename: what is damaged and cannot be copied gives way.
-        {{},
-         handlerFailed,
-         [&] {
+        {[&] {
              files_.FailNext(FileOp::Upload, copy, 1, Nucleo::ERROR_IO);
-             files_.FailNext(FileOp::Move, file, 1, Nucleo::ERROR_UNSUPPORTED);
+             files_.FailNext(FileOp::Move, file_, 1, Nucleo::ERROR_UNSUPPORTED);
          },
-         {notCopied + cannot("written", copy) + ").",
-          notKept + "File '" + file +
-              "' cannot be kept for diagnosis: " + std::string(Nucleo::StatusText(Nucleo::ERROR_UNSUPPORTED)) + ".)."},
+         {"W File '" + file_ + "' could not be copied for diagnosis (File '" + copy + "'" + io + ").",
+          "E File '" + file_ + "' could not be saved for diagnosis (File '" + file_ +
+              "' cannot be kept for diagnosis: " + unsupported + ".)."},
          "nothing",
          false},
-        {{},
-         handlerFailed,
-         [&] { a_.on[Call("Init")] = Fails(-991, "no defaults"); },
+        {[&] { a_.on[Call("Init")] = Fails(-991, "no defaults"); },
          {},
          "-991 " + Call("Init") + " for A failed -- 1 total failures."},
-        {{},
-         handlerFailed,
-         [&] { files_.FailNext(FileOp::Upload, file, 1, Nucleo::ERROR_IO); },
-         {},
-         "-993 " + cannot("written", file)},
+        {[&] { files_.FailNext(FileOp::Upload, file_, 1, Nucleo::ERROR_IO); }, {}, "-993 File '" + file_ + "'" + io},
     };
     for (const auto& c : cases) {
-        a_.on.clear();
         files_.Remove(copy);
-        files_.Put(file, c.stored);
+        files_.Put(file_, stored);
         Start();
+        a_.on = {{Call("Load"), Fails(-990, "100%s")}};
         c.arrange();
         const VxTestSupport::ScopedLogCapture log;
         EXPECT_EQ(MessageThrown([&] { Load(); }), c.thrown);
         files_.ClearFaults();
         EXPECT_EQ(files_.Get(copy).has_value(), c.kept);
-        EXPECT_EQ(files_.Get(copy).value_or(c.stored), c.stored);
+        EXPECT_EQ(files_.Get(copy).value_or(stored), stored);
         const auto troubles = manager_->FileTroubles();
         EXPECT_EQ(troubles.at(0).keptAs, c.kept ? copy : "");
         EXPECT_FALSE(troubles.at(0).unread || troubles.at(0).held);
-        Journal lines{"E Load " + text + " failed (" + c.reason + ")."};
+        Journal lines{"E Load " + text + " failed (" + Call("Load") + " for A failed -- 1 total failures.)."};
         lines.insert(lines.end(), c.lines.begin(), c.lines.end());
-        lines.push_back(fallback);
+        lines.push_back("W Attempting to fallback to re-initailize " + text + (global_ ? "..." : " ..."));
         if (c.thrown == "nothing") {
-            lines.push_back(fellBack);
+            lines.push_back("W Fallback to re-initialize " + text + " succeeded.");
             EXPECT_EQ(File(), (Map{{"/A", "factory"}}));
             EXPECT_EQ(a_.values[domain_], "factory");
         }

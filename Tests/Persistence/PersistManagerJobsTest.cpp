@@ -66,6 +66,7 @@ TEST_F(JobsTest, EachOperationRaisesItsEventsInOrderWithTheStateOfThatMoment)
         unsigned recordWrites = 0;
     } cases[] = {
         {[&] { manager_->CreateJob("n", data); }, {"JobCreated(n) a|a"}, "a|a"},
+        {[&] { manager_->CreateJob("a", data); }, {"JobCreated(a) a|a"}, "a|a"},
         {[&] { manager_->WriteJob("b", data); }, {"JobUpdated(b) a|a"}, "a|a"},
         {[&] { manager_->WriteJob("a", data); }, {"JobUpdated(a) a|a", "LoadedJobStateChanged() *|a"}, "*|a"},
         {[&] { manager_->CopyJob("b", "n"); }, {"JobCreated(n) a|a"}, "a|a"},
@@ -245,8 +246,7 @@ TEST_F(JobsTest, AFailingLoadFallsBackToThePreviousJob)
 {
     const Bytes good = JobImage("t");
     const std::string ioText(Nucleo::StatusText(Nucleo::ERROR_IO));
-    Call onHandler;
-    Call onListener;
+    Call once;
     const struct
     {
         Status status;
@@ -258,10 +258,10 @@ TEST_F(JobsTest, AFailingLoadFallsBackToThePreviousJob)
         {-984, "Job contains no recognizable data.", Image({}), nullptr},
         {-993, "File 't.vpjob' cannot be read: " + ioText + ".", good,
          [&] { files_.FailNext(FileOp::Download, "t.vpjob", 1, Nucleo::ERROR_IO); }},
-        {-990, "Load JOB for A failed -- 1 total failures.", good, [&] { onHandler = Fails(-990, "no"); }},
-        {-991, "not now", good, [&] { onListener = Fails(-991, "not now"); }, true},
-        {-996, "std::bad_alloc", good, [&] { onListener = [] { throw std::bad_alloc(); }; }, true},
-        {-1000, "?", good, [&] { onListener = [] { throw std::runtime_error("?"); }; }, true},
+        {-990, "Load JOB for A failed -- 1 total failures.", good, [&] { once = Fails(-990, "no"); }},
+        {-991, "not now", good, [&] { once = Fails(-991, "not now"); }, true},
+        {-996, "std::bad_alloc", good, [&] { once = [] { throw std::bad_alloc(); }; }, true},
+        {-1000, "?", good, [&] { once = [] { throw std::runtime_error("?"); }; }, true},
     };
     for (const auto& c : cases) {
         StartWithJobs();
@@ -269,16 +269,13 @@ TEST_F(JobsTest, AFailingLoadFallsBackToThePreviousJob)
         if (c.arrange) {
             c.arrange();
         }
-        a_.on["Load JOB"] = [&] {
-            if (const Call fail = std::exchange(onHandler, nullptr)) {
-                fail();
+        const auto fail = [&](bool loaded) {
+            if (loaded == c.loads && once) {
+                std::exchange(once, nullptr)();
             }
         };
-        const Vx::Subscription listener = manager_->JobChangedEvent().Subscribe([&](auto, const std::string&) {
-            if (const Call fail = std::exchange(onListener, nullptr)) {
-                fail();
-            }
-        });
+        a_.on["Load JOB"] = [&] { fail(false); };
+        const auto listener = manager_->JobChangedEvent().Subscribe([&](auto, auto&) { fail(true); });
         const std::string line = "E Load job 't' failed (" + c.text + ").";
         Journal expected{"I Load job 't'...",
                          line,
