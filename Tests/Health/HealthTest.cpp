@@ -116,14 +116,14 @@ protected:
 
     static bool IsLocked(Health& health)
     {
-        bool entered = false;
+        bool locked = true;
         std::thread([&] {
-            entered = health.GetLock().TryEnter();
-            if (entered) {
+            if (health.GetLock().TryEnter()) {
+                locked = false;
                 health.Unlock();
             }
         }).join();
-        return !entered;
+        return locked;
     }
 
     static std::int64_t AppValue(const Health& health, std::uint32_t id)

@@ -298,6 +298,8 @@ TEST_P(DomainTest, AFileThatCannotBeReadIsTriedAgainThenSetAsideOrHeld)
         EXPECT_EQ(File(), (Map{{"/A", "last"}}));
         EXPECT_FALSE(manager_->FileTroubles().at(0).held);
         EXPECT_TRUE(manager_->RetryFiles());
+        Load();
+        EXPECT_THAT(manager_->FileTroubles(), IsEmpty());
     }
     // Somebody takes the file away.
     begin();
