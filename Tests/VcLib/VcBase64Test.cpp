@@ -48,14 +48,8 @@ TEST(VcBase64Test, KnownTexts)
 
 TEST(VcBase64Test, CharactersThatAreNoneCountAsZeroBits)
 {
-    const std::pair<std::string, std::string> known[] = {{"T", ""},
-                                                         {"=", ""},
-                                                         {"=TQ", ""},
-                                                         {"T=Q", ""},
-                                                         {"TWFu\n", "Man"},
-                                                         {"T Q", std::string("L\x04", 2)},
-                                                         {"-_-_", std::string(3, '\0')},
-                                                         {"\xFF\x80\xFF\x80", std::string(3, '\0')}};
+    const std::pair<std::string, std::string> known[] = {
+        {"T", ""}, {"=", ""}, {"=TQ", ""}, {"T=Q", ""}, {"TWFu\n", "Man"}};
     for (const auto& [text, bytes] : known) {
         EXPECT_EQ(Decode(text), bytes) << text;
     }
@@ -68,7 +62,7 @@ TEST(VcBase64Test, CharactersThatAreNoneCountAsZeroBits)
         for (char& character : text) {
             const char kept = std::exchange(character, 'A');
             const std::string zeroed = Decode(text);
-            for (const char other : {'\x80', '\n', '-', '\xFF', '@', '['}) {
+            for (const char other : {'\x80', '\n', '-', '_', ' ', '\xFF', '@', '['}) {
                 character = other;
                 ASSERT_EQ(Decode(text), zeroed) << length;
             }
