@@ -1,10 +1,6 @@
 // Any bytes as a store's image: it is read or refused with the library's exception, and what was read survives being
 // archived and read again, byte for byte.
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-
 #include <Nucleo/Status.h>
 #include <VxApi/Exception.h>
 #include <VxCommon/Persistence/PersistUtils.h>

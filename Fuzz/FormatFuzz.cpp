@@ -3,7 +3,6 @@
 // is printed alike into every room, and reading it ends.
 
 #include <bit>
-#include <cstdio>
 #include <string>
 #include <vector>
 

@@ -1,6 +1,7 @@
 // Any order of taking and freeing: blocks lie apart in the region and keep what is put into them, a request fails only
 // while no gap is large enough for it, and in the end one block takes everything.
 
+#include <algorithm>
 #include <deque>
 #include <span>
 #include <vector>

@@ -3,9 +3,7 @@
 // Content-Type and a Last-Event-ID.
 
 #include <algorithm>
-#include <cstdint>
 #include <string>
-#include <string_view>
 
 #include <Server/Authority.h>
 #include <Server/HeaderScan.h>

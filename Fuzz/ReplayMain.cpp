@@ -2,15 +2,12 @@
 // that the last line tells which one ended the program. A folder without inputs is a failure: nothing was checked.
 
 #include <algorithm>
-#include <cstddef>
-#include <cstdint>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <vector>
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+#include "FuzzSupport.h"
 
 int main(int count, char** arguments)
 {

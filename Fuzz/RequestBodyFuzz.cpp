@@ -2,7 +2,6 @@
 // written again without a change. The first byte of the input chooses the format.
 
 #include <algorithm>
-#include <cstdint>
 #include <span>
 #include <string>
 

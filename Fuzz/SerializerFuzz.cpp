@@ -1,16 +1,13 @@
 // Any bytes as a serialized array: reading ends, and whether the stream knows its length makes no difference. What was
 // read is written as it came.
 
-#include <algorithm>
 #include <array>
 #include <bit>
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
 #include <cstring>
 
 #include <Nucleo/Serializer.h>
 #include <VxCommon/VcStatistics/VcDistribution.h>
+#include <VxTestSupport/Streams.h>
 
 #include "FuzzSupport.h"
 
@@ -41,12 +38,11 @@ Nucleo::Status Read(Nucleo::Stream& stream, Nucleo::Handle<List>& list)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    Nucleo::Handle<Nucleo::MemoryStream> memory;
-    Require(Nucleo::MemoryStream_Construct(memory.Receive()) == OK && memory->Attach(data, size) == OK);
-    PieceStream pieces(data, size, 5);
+    const std::string bytes(reinterpret_cast<const char*>(data), size);
+    VxTestSupport::PieceStream pieces(bytes, 5);
     Nucleo::Handle<List> list;
     Nucleo::Handle<List> listOfPieces;
-    const Nucleo::Status status = Read(*memory, list);
+    const Nucleo::Status status = Read(*VxTestSupport::StreamOf(bytes), list);
     Require(Read(pieces, listOfPieces) == status);
     Require(status == OK || status == ERROR_END || status == ERROR_FORMAT || status == ERROR_CONTENT ||
             status == ERROR_UNSUPPORTED);

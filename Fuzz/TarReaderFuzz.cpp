@@ -1,21 +1,19 @@
 // Any bytes as a tar archive: reading ends, every entry is bounded by the archive, and whether the source lends its
 // memory or is read in pieces makes no difference. What was read can be written, and comes back as it was.
 
-#include <algorithm>
-#include <cstddef>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <string>
 #include <vector>
 
 #include <TesselLib/Tar.h>
+#include <VxTestSupport/RawTar.h>
+#include <VxTestSupport/Streams.h>
 
 #include "FuzzSupport.h"
 
 using namespace Nucleo::Statuses;
+using VxTestSupport::StreamOf;
 
 namespace
 {
@@ -24,7 +22,7 @@ struct Entry
 {
     std::string name;
     std::uint32_t type;
-    std::vector<std::uint8_t> data;
+    std::string data;
     bool operator==(const Entry&) const = default;
 };
 
@@ -46,7 +44,7 @@ std::vector<Entry> ReadAll(Nucleo::Stream& stream, std::size_t archiveSize, Nucl
         if (header.size > archiveSize) {
             continue;  // A claim that no archive of this size can keep; passed over, or found to be cut.
         }
-        Entry entry{name, header.type, std::vector<std::uint8_t>(static_cast<std::size_t>(header.size))};
+        Entry entry{name, header.type, std::string(static_cast<std::size_t>(header.size), 0)};
         if (reader.Read(entry.data.data(), header.size) == OK) {
             entries.push_back(std::move(entry));
         }
@@ -54,33 +52,22 @@ std::vector<Entry> ReadAll(Nucleo::Stream& stream, std::size_t archiveSize, Nucl
 }
 
 /// Puts the right checksum into every block that calls itself a header, since no chance would.
-void RepairChecksums(std::vector<std::uint8_t>& bytes)
+void RepairChecksums(std::string& bytes)
 {
     for (std::size_t block = 0; block + 512 <= bytes.size(); block += 512) {
-        std::uint8_t* header = bytes.data() + block;
-        if (std::memcmp(header + 257, "ustar", 5) != 0) {
-            continue;
+        if (bytes.compare(block + 257, 5, "ustar") == 0) {
+            VxTestSupport::SealTarHeader(bytes.data() + block);
         }
-        std::memset(header + 148, ' ', 8);
-        unsigned sum = 0;
-        for (std::size_t i = 0; i < 512; ++i) {
-            sum += header[i];
-        }
-        char text[8];
-        std::snprintf(text, sizeof text, "%06o", sum);
-        std::memcpy(header + 148, text, 7);
     }
 }
 
-void Check(const std::uint8_t* data, std::size_t size)
+void Check(const std::string& bytes)
 {
-    Nucleo::Handle<Nucleo::MemoryStream> memory;
-    Require(Nucleo::MemoryStream_Construct(memory.Receive()) == OK);
-    Require(memory->Attach(data, size) == OK);
-    PieceStream pieces(data, size, SIZE_MAX);
+    const std::size_t size = bytes.size();
+    VxTestSupport::PieceStream pieces(bytes);
     Nucleo::Status end = OK;
     Nucleo::Status endOfPieces = OK;
-    const std::vector<Entry> entries = ReadAll(*memory, size, &end);
+    const std::vector<Entry> entries = ReadAll(*StreamOf(bytes), size, &end);
     Require(ReadAll(pieces, size, &endOfPieces) == entries && end == endOfPieces);
     Require(end == ERROR_END || end == ERROR_FORMAT);
 
@@ -96,10 +83,7 @@ void Check(const std::uint8_t* data, std::size_t size)
         if (entry.type != 0 || total > size) {
             continue;
         }
-        Nucleo::Handle<Nucleo::MemoryStream> content;
-        Require(Nucleo::MemoryStream_Construct(content.Receive()) == OK);
-        Require(content->Attach(entry.data.data(), entry.data.size()) == OK);
-        const Nucleo::Status status = writer.WriteFile("/" + entry.name, *content, entry.data.size());
+        const Nucleo::Status status = writer.WriteFile("/" + entry.name, *StreamOf(entry.data), entry.data.size());
         Require(status == OK || status == ERROR_PARAMETER);
         if (status == OK) {
             expected.push_back(entry);
@@ -113,9 +97,9 @@ void Check(const std::uint8_t* data, std::size_t size)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    Check(data, size);
-    std::vector<std::uint8_t> repaired(data, data + size);
-    RepairChecksums(repaired);
-    Check(repaired.data(), repaired.size());
+    std::string bytes(reinterpret_cast<const char*>(data), size);
+    Check(bytes);
+    RepairChecksums(bytes);
+    Check(bytes);
     return 0;
 }

@@ -1,11 +1,6 @@
 // Any bytes: parsing answers with a status, what was accepted survives writing and parsing, and so do the same bytes as
 // a text and as an attribute's value.
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <string_view>
-
 #include <Nucleo/XmlDocument.h>
 
 #include "FuzzSupport.h"

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <numeric>
 #include <optional>
 #include <string>
@@ -13,6 +14,15 @@ namespace VxTestSupport
 
 /// What ends an archive.
 inline const std::string tarEnd(1024, '\0');
+
+/// Puts the checksum of a header of 512 bytes into it.
+inline void SealTarHeader(char* header)
+{
+    std::memset(header + 148, ' ', 8);
+    const unsigned sum = std::accumulate(
+        header, header + 512, 0U, [](unsigned before, char c) { return before + static_cast<unsigned char>(c); });
+    std::snprintf(header + 148, 8, "%06o", sum);
+}
 
 /// A tar entry, byte for byte what the writer makes of a file, or what it refuses to write.
 inline std::string RawTar(std::string_view name, char type, std::string_view data,
@@ -44,11 +54,7 @@ inline std::string RawTar(std::string_view name, char type, std::string_view dat
     put(157, type == '1' || type == '2' ? "a" : "");
     put(257, "ustar");
     put(263, "00");
-    put(148, "        ");
-    octal(148, 6, std::accumulate(header.begin(), header.end(), 0U, [](unsigned sum, char c) {
-              return sum + static_cast<unsigned char>(c);
-          }));
-    header[154] = '\0';
+    SealTarHeader(header.data());
     return header + std::string(data) + std::string((512 - data.size() % 512) % 512, '\0');
 }
 

@@ -6,8 +6,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <sstream>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include <Nucleo/Status.h>
 #include <VxApi/Exception.h>
@@ -117,16 +120,10 @@ private:
 
     static Keys Segments(const std::string& path)
     {
-        Keys segments(1);
-        for (const char c : path) {
-            if (c != '/') {
-                segments.back() += c;
-            } else if (!segments.back().empty()) {
-                segments.emplace_back();
-            }
-        }
-        if (segments.back().empty()) {
-            segments.pop_back();
+        Keys segments;
+        std::istringstream pieces(path);
+        for (std::string piece; std::getline(pieces, piece, '/');) {
+            segments.insert(segments.end(), piece.empty() ? 0 : 1, piece);
         }
         return segments;
     }
@@ -150,15 +147,7 @@ private:
         if (found == expected) {
             return {};
         }
-        std::string text = what + ": listed";
-        for (const std::string& key : found) {
-            text += " '" + key + "'";
-        }
-        text += " instead of";
-        for (const std::string& key : expected) {
-            text += " '" + key + "'";
-        }
-        return text;
+        return what + ": listed " + testing::PrintToString(found) + " instead of " + testing::PrintToString(expected);
     }
 
     const std::uint8_t* next_;
