@@ -2,8 +2,6 @@
 
 #include <cstdlib>
 #include <limits>
-#include <string>
-#include <vector>
 
 #include <gmock/gmock.h>
 

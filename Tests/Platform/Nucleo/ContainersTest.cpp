@@ -1,5 +1,4 @@
 #include <limits>
-#include <string>
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,3 @@
-#include <functional>
-#include <string>
-
 #include <gtest/gtest.h>
 
 #include <Nucleo/Event.h>

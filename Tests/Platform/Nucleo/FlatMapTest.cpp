@@ -1,7 +1,5 @@
 #include <algorithm>
 #include <random>
-#include <utility>
-#include <vector>
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,5 @@
 #include <future>
 #include <thread>
-#include <tuple>
 
 #include <gtest/gtest.h>
 

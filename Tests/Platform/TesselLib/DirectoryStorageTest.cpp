@@ -3,14 +3,9 @@
 
 #include <chrono>
 #include <fstream>
-#include <functional>
 #include <future>
 #include <iterator>
-#include <memory>
-#include <string>
 #include <thread>
-#include <utility>
-#include <vector>
 
 #include <gmock/gmock.h>
 

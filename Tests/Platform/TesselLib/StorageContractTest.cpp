@@ -1,9 +1,6 @@
 // What every node storage does: the one on a folder and the one in memory that other tests rely on.
 
 #include <atomic>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include <gmock/gmock.h>
 

@@ -1,10 +1,6 @@
 #pragma once
 // What tests do with a storage, in texts.
 
-#include <string>
-#include <string_view>
-#include <vector>
-
 #include <gmock/gmock.h>
 
 #include <TesselLib/Storage.h>

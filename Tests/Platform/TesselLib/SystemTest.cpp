@@ -1,7 +1,5 @@
 // The virtual system and the text forms of what it reports.
 
-#include <string>
-
 #include <gmock/gmock.h>
 
 #include <VxTestSupport/FailingAllocator.h>

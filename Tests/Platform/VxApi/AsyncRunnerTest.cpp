@@ -4,11 +4,8 @@
 #include <cerrno>
 #include <chrono>
 #include <future>
-#include <memory>
 #include <stdexcept>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include <gmock/gmock.h>
 

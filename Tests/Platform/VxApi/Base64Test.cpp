@@ -1,6 +1,4 @@
 #include <numeric>
-#include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -13,18 +11,14 @@ namespace
 
 using Bytes = std::vector<std::uint8_t>;
 
-Bytes BytesOf(std::string_view text)
-{
-    return Bytes(text.begin(), text.end());
-}
-
 TEST(Base64, WritesTheKnownTextsAndReadsEveryLength)
 {
     const std::pair<std::string_view, const char*> known[] = {
         {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"foobar", "Zm9vYmFy"}, {"\xFB\xFF\xBF", "+/+/"}};
     for (const auto& [plain, text] : known) {
-        EXPECT_EQ(Base64Encode(BytesOf(plain)), text);
-        EXPECT_EQ(Base64Decode(text), BytesOf(plain));
+        const Bytes bytes(plain.begin(), plain.end());
+        EXPECT_EQ(Base64Encode(bytes), text);
+        EXPECT_EQ(Base64Decode(text), bytes);
     }
     Bytes bytes(300);
     std::iota(bytes.begin(), bytes.end(), std::uint8_t{0});

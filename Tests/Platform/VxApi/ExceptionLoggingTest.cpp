@@ -128,34 +128,25 @@ TEST(LoggingTest, ABoundedLineIsCutBetweenCharacters)
     EXPECT_EQ(Vx::Logging::FormatLogLine(~0ULL, 0, nullptr, nullptr), "(?) Info    ");
 }
 
-// Around the sizes up to which a line takes no memory.
-TEST(LoggingTest, TextsAndSourcesOfAnyLengthArriveWhole)
+TEST(LoggingTest, RecordsCarryTheirSourceTextAndPublicMark)
 {
+    VxTestSupport::ScopedLogCapture log;
+    Vx_Debug_Log(Warning, "100% sure");
+    EXPECT_EQ(log.Texts("Tests/Platform/VxApi/ExceptionLoggingTest"), std::vector<std::string>{"W 100% sure"});
+    EXPECT_EQ(log.Lines().back().options & Nucleo::LogOption::Public, 0U);
+    // Around the sizes up to which a line takes no memory.
     for (const std::size_t length : {0U, 127U, 128U, 511U, 512U, 5000U}) {
         const std::string text(length, 't');
-        VxTestSupport::ScopedLogCapture log;
-        Vx::Logging::Tagged(Vx::Logging::Level::Info, text, text);
-        Vx::Logging::Tagged(Vx::Logging::Level::Info, text, "%s", text);
+        log.Clear();
+        Vx::Logging::Public(Vx::Logging::Level::Info, text, text);
+        Vx::Logging::Public(Vx::Logging::Level::Info, text, "%s", text);
         ASSERT_EQ(log.Lines().size(), 2U);
         for (const auto& line : log.Lines()) {
             EXPECT_EQ(line.source, text);
             EXPECT_EQ(line.text, text);
+            EXPECT_NE(line.options & Nucleo::LogOption::Public, 0U);
         }
     }
-}
-
-TEST(LoggingTest, RecordsCarryTheirSourceAndPublicMark)
-{
-    VxTestSupport::ScopedLogCapture log;
-    Vx_Debug_Log(Warning, "100% sure");
-    Vx::Logging::Public(Vx::Logging::Level::Error, "Jobs", "job '%s' failed", "a");
-    const auto lines = log.Lines();
-    ASSERT_EQ(lines.size(), 2U);
-    EXPECT_EQ(lines[0].text, "100% sure");
-    EXPECT_EQ(lines[0].source, "Tests/Platform/VxApi/ExceptionLoggingTest");
-    EXPECT_EQ(lines[0].options & Nucleo::LogOption::Public, 0U);
-    EXPECT_EQ(lines[1].source, "Jobs");
-    EXPECT_NE(lines[1].options & Nucleo::LogOption::Public, 0U);
 }
 
 }  // namespace

@@ -1,7 +1,5 @@
 #include <cmath>
 #include <limits>
-#include <string>
-#include <vector>
 
 #include <gmock/gmock.h>
 

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <string>
-
 #include <gtest/gtest.h>
 
 #include <VxTestSupport/Thrown.h>
