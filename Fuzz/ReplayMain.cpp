@@ -1,10 +1,10 @@
 // Runs every file of a corpus folder through a fuzz target: FuzzXReplay <folder>. Names each input before it runs, so
 // that the last line tells which one ended the program. A folder without inputs is a failure: nothing was checked.
 
-#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <set>
 #include <vector>
 
 #include "FuzzSupport.h"
@@ -16,17 +16,16 @@ int main(int count, char** arguments)
         return 2;
     }
     std::error_code error;
-    std::vector<std::filesystem::path> inputs;
+    std::set<std::filesystem::path> inputs;
     for (const auto& entry : std::filesystem::directory_iterator(arguments[1], error)) {
         if (entry.is_regular_file()) {
-            inputs.push_back(entry.path());
+            inputs.insert(entry.path());
         }
     }
     if (error || inputs.empty()) {
         std::fprintf(stderr, "%s: %s\n", arguments[1], error ? error.message().c_str() : "the folder holds no input");
         return 1;
     }
-    std::sort(inputs.begin(), inputs.end());
     for (const auto& input : inputs) {
         std::fprintf(stderr, "%s\n", input.c_str());
         std::ifstream file(input, std::ios::binary);

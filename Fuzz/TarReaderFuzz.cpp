@@ -1,5 +1,6 @@
 // Any bytes as a tar archive: reading ends, every entry is bounded by the archive, and whether the source lends its
-// memory or is read in pieces makes no difference. What was read can be written, and comes back as it was.
+// memory or is read in pieces makes no difference. What was read can be written, and comes back as it was; so does a
+// store whose image the bytes are.
 
 #include <cstring>
 #include <limits>
@@ -7,12 +8,15 @@
 #include <vector>
 
 #include <TesselLib/Tar.h>
+#include <VxApi/Exception.h>
+#include <VxCommon/Persistence/PersistUtils.h>
 #include <VxTestSupport/RawTar.h>
 #include <VxTestSupport/Streams.h>
 
 #include "FuzzSupport.h"
 
 using namespace Nucleo::Statuses;
+using VxCommon::PersistUtils;
 using VxTestSupport::StreamOf;
 
 namespace
@@ -93,13 +97,31 @@ void Check(const std::string& bytes)
     Require(ReadAll(*copy, copy->Length(), &end) == expected && end == ERROR_END);
 }
 
+void CheckStore(const std::string& bytes)
+{
+    VxCommon::PersistStore store;
+    try {
+        store = PersistUtils::DearchiveStore(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
+    } catch (const Vx::Exception&) {
+        return;
+    }
+    const std::vector<unsigned char> image = PersistUtils::ArchiveStore(store);
+    const VxCommon::PersistStore copy = PersistUtils::DearchiveStore(image.data(), image.size());
+    Require(copy.List("", true) == store.List("", true) && PersistUtils::ArchiveStore(copy) == image);
+    for (const std::string& key : store.List("", true)) {
+        Require(copy.Read(key) == store.Read(key));
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     std::string bytes(reinterpret_cast<const char*>(data), size);
-    Check(bytes);
-    RepairChecksums(bytes);
-    Check(bytes);
+    for (int repaired = 0; repaired < 2; ++repaired) {
+        Check(bytes);
+        CheckStore(bytes);
+        RepairChecksums(bytes);
+    }
     return 0;
 }

@@ -216,18 +216,16 @@ TEST(VcLogTest, ShowsItsEntriesAsLines)
     const Nucleo::LogArgs record{2, 0, 1'700'000'000'123'456, "Jobs", longText.c_str()};
     ASSERT_EQ(VcLog_InsertLogArgs(log.Get(), 1, &record), OK);
 
-    Handle<Nucleo::MemoryStream> stream;
-    ASSERT_EQ(Nucleo::MemoryStream_Construct(stream.Receive()), OK);
-    ASSERT_EQ(VcLog_Render(log.Get(), stream.Get()), OK);
-    const std::vector<std::uint8_t> page = stream->TakeContent();
+    VxTestSupport::PieceStream page({});
+    ASSERT_EQ(VcLog_Render(log.Get(), &page), OK);
     std::string expected =
         "2023-11-14 22:13:20.123 Warning forged\\x0d\\x0a2023-11-14 line\r\n    first\\x0a2023\r\n    2\r\n";
     expected += "    " + longText + "\\x0a" + longText + "\r\n";
     std::string line = "2023-11-14 22:13:20.123 Error   Jobs: ";
     line.resize(255, 'x');
-    EXPECT_EQ(std::string(page.begin(), page.end()), expected + line + "\r\n");
+    EXPECT_EQ(page.Content(), expected + line + "\r\n");
 
-    for (std::size_t failsAt = 0; failsAt < page.size(); failsAt += 7) {
+    for (std::size_t failsAt = 0; failsAt < page.Content().size(); failsAt += 7) {
         VxTestSupport::PieceStream full({}, 0, failsAt);
         EXPECT_EQ(VcLog_Render(log.Get(), &full), ERROR_DISK_FULL) << failsAt;
     }

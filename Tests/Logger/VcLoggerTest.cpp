@@ -20,6 +20,7 @@
 #include <VxTestSupport/ReplacedHeap.h>
 #include <VxTestSupport/ScopedClock.h>
 #include <VxTestSupport/ScopedDefaultAllocator.h>
+#include <VxTestSupport/Streams.h>
 #include <VxTestSupport/Threads.h>
 
 using namespace Nucleo::Statuses;
@@ -27,6 +28,7 @@ using Nucleo::Handle;
 using Nucleo::MakeFormatArgs;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using VxTestSupport::PieceStream;
 
 namespace
 {
@@ -224,12 +226,10 @@ TEST_F(VcLoggerTest, FormatsAreHeldBackByFormatOrTextAndRememberedByText)
     EXPECT_THAT(Texts(VcLogger_PrivateLog()), ElementsAre("record", "record"));
     EXPECT_EQ(VcLogger_FilterCount(), 5U);
 
-    Handle<Nucleo::MemoryStream> pages[2];
-    ASSERT_EQ(Nucleo::MemoryStream_Construct(pages[0].Receive()), OK);
-    ASSERT_EQ(Nucleo::MemoryStream_Construct(pages[1].Receive()), OK);
-    EXPECT_EQ(VcLogger_RenderPrivate(pages[0].Get()), OK);
-    EXPECT_EQ(VcLogger_RenderPublic(pages[1].Get()), OK);
-    EXPECT_LT(pages[0]->Length(), pages[1]->Length());
+    PieceStream pages[] = {PieceStream({}), PieceStream({})};
+    EXPECT_EQ(VcLogger_RenderPrivate(&pages[0]), OK);
+    EXPECT_EQ(VcLogger_RenderPublic(&pages[1]), OK);
+    EXPECT_LT(pages[0].Content().size(), pages[1].Content().size());
 }
 
 TEST_F(VcLoggerTest, WithoutMemoryEachOperationReportsItAndAFilteredEntryStays)

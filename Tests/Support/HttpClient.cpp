@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
@@ -19,15 +18,10 @@ namespace
 {
 
 /// What follows `begin`, whatever its case, up to the end of its line; empty when it is not there.
-std::string LineAfter(std::string_view text, const std::string& begin)
+std::string LineAfter(const std::string& text, const std::string& begin)
 {
-    const auto found = std::search(text.begin(), text.end(), begin.begin(), begin.end(),
-                                   [](unsigned char a, unsigned char b) { return std::tolower(a) == std::tolower(b); });
-    if (found == text.end()) {
-        return {};
-    }
-    const auto value = static_cast<std::size_t>(found - text.begin()) + begin.size();
-    return std::string(text.substr(value, text.find_first_of("\r\n", value) - value));
+    const char* found = ::strcasestr(text.c_str(), begin.c_str());
+    return found != nullptr ? std::string(found + begin.size(), std::strcspn(found + begin.size(), "\r\n")) : "";
 }
 
 [[noreturn]] void Fail(const std::string& what)
@@ -44,13 +38,20 @@ std::string LineAfter(std::string_view text, const std::string& begin)
 void Await(int socket, short events)
 {
     pollfd waited{socket, events, 0};
-    const int ready = ::poll(&waited, 1, 20'000);
-    if (ready < 0) {
-        FailCall("poll");
-    }
-    if (ready == 0) {
+    if (::poll(&waited, 1, 20'000) <= 0) {
         Fail("nothing happened for 20 s");
     }
+}
+
+/// The next comment or the next event, behind a line break; nothing when the stream has ended.
+std::optional<std::string> NextBlock(HttpClient& client, bool comment)
+{
+    while (const auto block = client.ReceiveThrough("\n\n")) {
+        if (block->starts_with(':') == comment) {
+            return "\n" + *block;
+        }
+    }
+    return std::nullopt;
 }
 
 }  // namespace
@@ -161,17 +162,11 @@ bool HttpClient::Fill()
     Await(socket_, POLLIN);
     char bytes[16 * 1024];
     const ssize_t count = ::recv(socket_, bytes, sizeof(bytes), MSG_DONTWAIT);
-    if (count > 0) {
-        received_.append(bytes, static_cast<std::size_t>(count));
-        return true;
-    }
-    if (count == 0 || errno == ECONNRESET) {
-        return false;
-    }
-    if (errno != EAGAIN && errno != EINTR) {
+    if (count < 0 && errno != ECONNRESET && errno != EAGAIN && errno != EINTR) {
         FailCall("recv");
     }
-    return true;
+    received_.append(bytes, count > 0 ? static_cast<std::size_t>(count) : 0);
+    return count > 0 || (count < 0 && errno != ECONNRESET);
 }
 
 std::string HttpClient::Take(std::size_t bytes)
@@ -249,24 +244,15 @@ EventReader::EventReader(std::uint16_t port, std::string_view target, HttpHeader
 
 std::optional<ServerEvent> EventReader::Next()
 {
-    while (std::optional<std::string> block = client_.ReceiveThrough("\n\n")) {
-        if (!block->starts_with(':')) {
-            block->insert(0, "\n");
-            return ServerEvent{LineAfter(*block, "\nevent: "), LineAfter(*block, "\nid: "),
-                               LineAfter(*block, "\ndata: ")};
-        }
-    }
-    return std::nullopt;
+    const auto block = NextBlock(client_, false);
+    return block ? std::optional(ServerEvent{LineAfter(*block, "\nevent: "), LineAfter(*block, "\nid: "),
+                                             LineAfter(*block, "\ndata: ")})
+                 : std::nullopt;
 }
 
 bool EventReader::NextComment()
 {
-    while (const std::optional<std::string> block = client_.ReceiveThrough("\n\n")) {
-        if (block->starts_with(':')) {
-            return true;
-        }
-    }
-    return false;
+    return NextBlock(client_, true).has_value();
 }
 
 }  // namespace VxTestSupport

@@ -91,13 +91,12 @@ bool MemoryStorage::Unchanged(std::string_view name) const
     const auto same = [](const Files::value_type& a, const Files::value_type& b) {
         return a.first == b.first && *a.second == *b.second;
     };
-    if (name.empty()) {
-        return std::equal(files_.begin(), files_.end(), marked_.begin(), marked_.end(), same);
-    }
-    const auto now = files_.find(name);
-    const auto then = marked_.find(name);
-    return now == files_.end() || then == marked_.end() ? (now == files_.end()) == (then == marked_.end())
-                                                        : same(*now, *then);
+    const auto files = [name](const Files& all) {
+        return name.empty() ? std::pair(all.begin(), all.end()) : all.equal_range(name);
+    };
+    const auto [now, nowEnd] = files(files_);
+    const auto [then, thenEnd] = files(marked_);
+    return std::equal(now, nowEnd, then, thenEnd, same);
 }
 
 void MemoryStorage::Put(std::string_view name, Bytes bytes)

@@ -56,11 +56,6 @@ int openat(int folder, const char* name, int flags, ...)
     return CallSystem("openat", SYS_openat, folder, name, flags, mode);
 }
 
-int mkdirat(int folder, const char* name, mode_t mode) noexcept
-{
-    return CallSystem("mkdirat", SYS_mkdirat, folder, name, mode);
-}
-
 int fsync(int descriptor)
 {
     if (const auto instead = std::exchange(trace.atSync, nullptr)) {

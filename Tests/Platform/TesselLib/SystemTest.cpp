@@ -13,7 +13,7 @@ using VxTestSupport::TestSystem;
 namespace
 {
 
-TEST(AddressTest, WritesAndReadsItsTextForm)
+TEST(TextFormTest, OfAddressesAndControllerTypes)
 {
     char text[32];
     EXPECT_EQ(TesselLib::IpAddress_Format({{192, 168, 1, 10}}, text, 16), OK);
@@ -32,13 +32,9 @@ TEST(AddressTest, WritesAndReadsItsTextForm)
     }
     EXPECT_EQ(TesselLib::IpAddress_Parse(&address, std::string_view("1.2.3.4\0", 8)), ERROR_FORMAT);
     EXPECT_EQ(address, (IpAddress{{255, 0, 10, 1}}));
-}
 
-TEST(ControllerTypeTest, NamesEachCodeWithinSixteenBytes)
-{
-    char text[16];
     for (const auto& [code, name] : {std::pair{10, "sensor-e"}, {5, "type-5"}, {-1, "type-4294967295"}}) {
-        EXPECT_EQ(TesselLib::ControllerType_Format(code, text, sizeof text), OK);
+        EXPECT_EQ(TesselLib::ControllerType_Format(code, text, 16), OK);
         EXPECT_STREQ(text, name);
     }
     EXPECT_EQ(TesselLib::ControllerType_Format(1, text, 8), OK);

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <TesselLib/Zstd.h>
-#include <VxTestSupport/FailingAllocator.h>
 #include <VxTestSupport/Streams.h>
 
 using namespace Nucleo::Statuses;
@@ -120,7 +119,7 @@ TEST(ZstdTest, DamageIsFoundAndWhatCameBeforeItIsDelivered)
 TEST(ZstdTest, RefusesWhatItCannotDo)
 {
     PieceStream full({}, PieceStream::whole, 0);
-    PieceStream broken("x", PieceStream::whole, 0);
+    PieceStream broken("\x28", PieceStream::whole, 0);  // How a frame begins.
     ZstdStream* none = nullptr;
     for (const int level : {0, 23, -1}) {
         EXPECT_EQ(ZstdStream_Construct(&none, broken, ZstdMode::Write, level), ERROR_PARAMETER);
@@ -137,13 +136,6 @@ TEST(ZstdTest, RefusesWhatItCannotDo)
     ASSERT_EQ(ZstdStream_Construct(stream.Receive(), broken, ZstdMode::Read, 0), OK);
     EXPECT_EQ(stream->Write("x", 1), ERROR_UNSUPPORTED);
     EXPECT_EQ(stream->Read(&byte, 1, 1, &count), ERROR_IO);
-
-    for (const ZstdMode mode : {ZstdMode::Read, ZstdMode::Write}) {
-        VxTestSupport::FailingAllocator failing(0);
-        EXPECT_EQ(ZstdStream_Construct(&none, broken, mode, 1, &failing), ERROR_MEMORY);
-        EXPECT_EQ(none, nullptr);
-        EXPECT_EQ(failing.Live(), 0);
-    }
 }
 
 }  // namespace

@@ -13,38 +13,32 @@ using testing::ElementsAre;
 namespace
 {
 
-TEST(EventTest, ListenersMaySubscribeAndUnsubscribeWhileTheyAreCalled)
+TEST(EventTest, ListenersMaySubscribeAndUnsubscribeWhileTheyAreCalledAndWhenTheEventIsGone)
 {
-    Vx::Event<int> event;
+    std::optional<Vx::Event<int>> event(std::in_place);
     std::vector<std::string> calls;
     Vx::Subscription second;
     Vx::Subscription late;
-    Vx::Subscription first = event.Subscribe([&](int) {
+    Vx::Subscription first = event->Subscribe([&](int) {
         calls.emplace_back("first");
         second.Reset();
-        late = event.Subscribe([&](int) { calls.emplace_back("late"); });
+        late = event->Subscribe([&](int) { calls.emplace_back("late"); });
     });
-    second = event.Subscribe([&](int) { calls.emplace_back("second"); });
-    Vx::Subscription third = event.Subscribe([&](int value) { calls.push_back("third " + std::to_string(value)); });
+    second = event->Subscribe([&](int) { calls.emplace_back("second"); });
+    Vx::Subscription third = event->Subscribe([&](int value) { calls.push_back("third " + std::to_string(value)); });
 
-    event.Raise(1);
+    event->Raise(1);
     EXPECT_THAT(calls, ElementsAre("first", "third 1"));
     first.Reset();
     calls.clear();
-    event.Raise(2);
+    event->Raise(2);
     EXPECT_THAT(calls, ElementsAre("third 2", "late"));
 
-    Vx::Subscription empty = event.Subscribe(nullptr);
-    EXPECT_THROW(event.Raise(3), std::bad_function_call);
-}
-
-TEST(EventTest, ASubscriptionMayOutliveItsEvent)
-{
-    auto event = std::make_unique<Vx::Event<>>();
-    Vx::Subscription subscription = event->Subscribe([] {});
+    Vx::Subscription empty = event->Subscribe(nullptr);
+    EXPECT_THROW(event->Raise(3), std::bad_function_call);
     event.reset();
-    subscription.Reset();
-    EXPECT_FALSE(subscription);
+    third.Reset();
+    EXPECT_FALSE(third);
 }
 
 TEST(AsyncTimerTest, FiresOnceAtItsDeadlineAndStartsAnewWhenRestarted)

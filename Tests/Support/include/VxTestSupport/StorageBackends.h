@@ -1,7 +1,6 @@
 #pragma once
 // The storages on which a test of all of them runs, each with the calls in it that can be made to fail.
 
-#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <memory>
