@@ -1,6 +1,8 @@
 // Any bytes: parsing answers with a status, what was accepted survives writing and parsing, and so do the same bytes as
 // a text and as an attribute's value.
 
+#include <algorithm>
+
 #include <Nucleo/XmlDocument.h>
 
 #include "FuzzSupport.h"
@@ -13,19 +15,10 @@ bool Same(const Nucleo::XmlDocument& a, Nucleo::XmlNode x, const Nucleo::XmlDocu
 {
     const auto children = a.Children(x);
     const auto others = b.Children(y);
-    if (a.Name(x) != b.Name(y) || children.size() != others.size()) {
-        return false;
-    }
     // Indentation adds white space to an element that holds other elements only.
-    if (children.empty() && a.Text(x) != b.Text(y)) {
-        return false;
-    }
-    for (std::size_t i = 0; i < children.size(); ++i) {
-        if (!Same(a, children[i], b, others[i])) {
-            return false;
-        }
-    }
-    return true;
+    return a.Name(x) == b.Name(y) && (!children.empty() || a.Text(x) == b.Text(y)) &&
+           std::equal(children.begin(), children.end(), others.begin(), others.end(),
+                      [&](Nucleo::XmlNode child, Nucleo::XmlNode other) { return Same(a, child, b, other); });
 }
 
 /// A written document is read back the same, unless writing made it larger than what is read.

@@ -43,7 +43,7 @@ TEST(FormatTest, ASpecifierThatDoesNotFitItsArgumentPrintsAPlaceholder)
     EXPECT_EQ(Printed("%1000000000d %.1000000000f", 1, 2.0), "(?) (?)");
 }
 
-TEST(FormatTest, PrintsIntoABufferWhatFitsWhole)
+TEST(FormatTest, PrintsTextsAndNumbersIntoABufferWhereTheyFitWhole)
 {
     const char* format = "%s: %d of %5.1f";
     const std::string whole = Printed(format, "abc", -42, 7.25);
@@ -60,12 +60,7 @@ TEST(FormatTest, PrintsIntoABufferWhatFitsWhole)
         }
         EXPECT_EQ(std::count(buffer + capacity, std::end(buffer), '#'), std::end(buffer) - (buffer + capacity));
     }
-}
-
-TEST(FormatTest, FormatsNumbersIntoTheRoomThatThereIs)
-{
-    char buffer[21];
-    EXPECT_EQ(Nucleo::FormatNumber(INT64_MIN, buffer, sizeof buffer), OK);
+    EXPECT_EQ(Nucleo::FormatNumber(INT64_MIN, buffer, 21), OK);
     EXPECT_STREQ(buffer, "-9223372036854775808");
     EXPECT_EQ(Nucleo::FormatNumber(INT64_MIN, buffer, 20), ERROR_CAPACITY);
     EXPECT_STREQ(buffer, "");

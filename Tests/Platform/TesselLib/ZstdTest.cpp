@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <TesselLib/Zstd.h>
+#include <VxTestSupport/FailingAllocator.h>
 #include <VxTestSupport/Streams.h>
 
 using namespace Nucleo::Statuses;
@@ -146,6 +147,11 @@ TEST(ZstdTest, RefusesWhatItCannotDo)
     ASSERT_EQ(ZstdStream_Construct(stream.Receive(), broken, ZstdMode::Read, 0), OK);
     EXPECT_EQ(stream->Write("x", 1), ERROR_UNSUPPORTED);
     EXPECT_EQ(stream->Read(&byte, 1, 1, &count), ERROR_IO);
+    for (const ZstdMode mode : {ZstdMode::Read, ZstdMode::Write}) {
+        VxTestSupport::FailingAllocator failing(0);
+        EXPECT_EQ(ZstdStream_Construct(&none, broken, mode, 1, &failing), ERROR_MEMORY);
+        EXPECT_EQ(none, nullptr);
+    }
 }
 
 }  // namespace
