@@ -140,23 +140,6 @@ TEST_F(VcLoggerTest, RuntimeRecordsReachTheRingsWhileTheHandlerIsInstalledAndInA
     EXPECT_THAT(Texts(), ElementsAre("public", "of another", "of another"));
 }
 
-TEST_F(VcLoggerTest, ClearingThePublicLogEmptiesItThenTheFiltersAndNothingElse)
-{
-    const auto filters = [](void* receiver, void*, void*) -> Nucleo::Status {
-        *static_cast<std::size_t*>(receiver) = VcLogger_FilterCount();
-        return OK;
-    };
-    VcLogger_EnablePublicMessageFilter(1);
-    ASSERT_EQ(VcLogger_LogCallback(nullptr, {Nucleo::LogOption::Public, 1, 2, "Source", "text"}), OK);
-    std::size_t whileCleared = 0;
-    ASSERT_EQ(VcLog_ChangeEvent(log)->Add(filters, &whileCleared), OK);
-    EXPECT_EQ(VcLogger_ClearPublicLogAndFilter(), OK);
-    EXPECT_EQ(whileCleared, 1U);
-    EXPECT_EQ(VcLogger_FilterCount(), 0U);
-    EXPECT_THAT(Texts(), IsEmpty());
-    EXPECT_THAT(Texts(VcLogger_PrivateLog()), ElementsAre("text"));
-}
-
 TEST_F(VcLoggerTest, FiltersAndCyclesHoldRepetitionsBack)
 {
     // Each step: B begins a cycle, E ends one, F and N set the public filter on and off, X clears the filters; any
@@ -203,7 +186,7 @@ TEST_F(VcLoggerTest, FiltersAndCyclesHoldRepetitionsBack)
     EXPECT_GT(VcLogger_FilterCount(), 0U);
 }
 
-TEST_F(VcLoggerTest, FormatsAreHeldBackByFormatOrTextAndRememberedByText)
+TEST_F(VcLoggerTest, FormatsAreHeldBackByFormatOrTextAndRememberedByTextUntilThePublicLogIsCleared)
 {
     VcLogger_EnablePublicMessageFilter(1);
     const auto say = [&](std::uint32_t structured, const char* format, int number) {
@@ -230,6 +213,18 @@ TEST_F(VcLoggerTest, FormatsAreHeldBackByFormatOrTextAndRememberedByText)
     EXPECT_EQ(VcLogger_RenderPrivate(&pages[0]), OK);
     EXPECT_EQ(VcLogger_RenderPublic(&pages[1]), OK);
     EXPECT_LT(pages[0].Content().size(), pages[1].Content().size());
+
+    const auto filters = [](void* receiver, void*, void*) -> Nucleo::Status {
+        *static_cast<std::size_t*>(receiver) = VcLogger_FilterCount();
+        return OK;
+    };
+    std::size_t whileCleared = 0;
+    ASSERT_EQ(VcLog_ChangeEvent(log)->Add(filters, &whileCleared), OK);
+    EXPECT_EQ(VcLogger_ClearPublicLogAndFilter(), OK);
+    EXPECT_EQ(whileCleared, 5U);
+    EXPECT_EQ(VcLogger_FilterCount(), 0U);
+    EXPECT_THAT(Texts(), IsEmpty());
+    EXPECT_EQ(VcLog_Count(VcLogger_PrivateLog()), 2U);
 }
 
 TEST_F(VcLoggerTest, WithoutMemoryEachOperationReportsItAndAFilteredEntryStays)
