@@ -2,7 +2,6 @@
 // memory or is read in pieces makes no difference. What was read can be written, and comes back as it was; so does a
 // store whose image the bytes are.
 
-#include <cstring>
 #include <limits>
 #include <string>
 #include <vector>

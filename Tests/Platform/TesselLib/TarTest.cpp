@@ -127,10 +127,7 @@ TEST(TarTest, NamesComeBackAsTheyWere)
         ASSERT_NE(std::setlocale(LC_ALL, locale), nullptr);
         const Outcome outcome = Read(Write(written));
         EXPECT_EQ(outcome.status, ERROR_END);
-        ASSERT_EQ(outcome.files.size(), files.size());
-        for (std::size_t i = 0; i < files.size(); ++i) {
-            EXPECT_EQ(outcome.files[i], files[i]) << locale;
-        }
+        EXPECT_EQ(outcome.files, files) << locale;
     }
     std::setlocale(LC_ALL, "C");
 }

@@ -5,7 +5,6 @@
 #include <chrono>
 #include <future>
 #include <stdexcept>
-#include <thread>
 
 #include <gmock/gmock.h>
 
