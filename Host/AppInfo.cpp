@@ -73,7 +73,7 @@ bool Check(const std::filesystem::path& file)
         return version == Version && found.ReleaseType() == releaseType;
     } catch (const std::exception& exception) {
         Vx::Logging::Public(Level::Warning, "Start",
-                            "%s cannot be used (%s) and is written anew; which version has used the data folder is "
+                            "%s cannot be used (%s) and is replaced; which version has used the data folder is "
                             "not known.",
                             fileName, exception.what());
         return false;

@@ -30,7 +30,7 @@ void PersistManager::OnSaveTimer(PersistDomain domain)
 {
     const Vx::Locker locker(lock_);
     FileDomain& parts = DomainOf(domain);
-    // While this callback waited for the lock the timer may have been stopped, or started anew and so fires later.
+    // While this callback waited for the lock the timer may have been stopped, or started again and so fires later.
     if (!parts.armed || parts.timer->IsRunning()) {
         return;
     }
