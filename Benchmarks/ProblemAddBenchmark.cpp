@@ -1,5 +1,5 @@
-// What does reporting a problem cost that is open already, with many others open? It must not grow with their number, as
-// the walk over a std::list of the same texts does, here up to the last one.
+// What does reporting a problem cost that is open already, with many others open? It must not grow with their number,
+// as the walk over a std::list of the same texts does, here up to the last one.
 
 #include <list>
 #include <string>

@@ -289,14 +289,12 @@ Reply Dispatcher::Perform(const Task& task, std::vector<std::uint8_t> body) cons
         try {
             return Call(task, match, std::move(body));
         } catch (const Vx::Exception& error) {
-            const bool refusesContent =
-                error.Status() == Nucleo::ERROR_UNSUPPORTED || error.Status() == Nucleo::ERROR_LIMIT;
-            if (task.operation == Operation::Invoke && refusesContent) {
-                // A command takes its method: what it was given, or what that names, is not supported or too large.
-                return MakeProblem(422, error.Status(), error.what(), task.request.Path());
-            }
             if (error.Status() != Nucleo::ERROR_UNSUPPORTED) {
                 throw;
+            }
+            if (task.operation == Operation::Invoke) {
+                // A command takes its method: what it was given, or what that names, is not supported.
+                return MakeProblem(422, error.Status(), error.what(), task.request.Path());
             }
             Reply reply = MakeFailure(error, task);
             reply.AddField("Allow", AllowedVerbs(match, task.operation));

@@ -328,7 +328,9 @@ TEST_F(JobsResourcesTest, WhatOnlyADirectCallerCanAskIsRefused)
     // A look that fails is no "already exists".
     files_.FailNext(VxTestSupport::FileOp::Exists, "n.vpjob", 1, Nucleo::ERROR_IO);
     files_.FailNext(VxTestSupport::FileOp::Size, "n.vpjob", 1, Nucleo::ERROR_IO);
-    EXPECT_THAT(VxTestSupport::MessageThrown([&] { files.Create(none, {{"name", "n"}, {"content", ""}}); }),
+    EXPECT_THAT(VxTestSupport::MessageThrown([&] {
+                    files.Create(none, {{"name", "n"}, {"content", ""}});
+                }),
                 StartsWith("-993 "));
 }
 
