@@ -156,7 +156,7 @@ void CheckTogether(const StorageLimits& storage)
 /// What was wrong with the command line, for its user.
 std::string Explain(const CLI::App& app, const CLI::ParseError& mistake)
 {
-    const std::string said = mistake.what();
+    std::string said = mistake.what();
     if (dynamic_cast<const CLI::ArgumentMismatch*>(&mistake) != nullptr && said.ends_with(" missing")) {
         // It begins with the option's name and a colon.
         const std::string name = said.substr(0, said.find(':'));

@@ -1,7 +1,6 @@
 #include "StatusResource.h"
 
 #include <string>
-#include <utility>
 
 #include <VxCommon/Logger/VcLogger.h>
 
@@ -75,7 +74,7 @@ void FillLogs(StatusProperties& status)
 
 StatusResource::StatusResource(Facts facts, const VxCommon::PersistManager& manager, const AutoSaveWatch& watch,
                                const HostHealth& health)
-    : facts_(std::move(facts)), manager_(manager), watch_(watch), health_(health)
+    : facts_(facts), manager_(manager), watch_(watch), health_(health)
 {}
 
 nlohmann::json StatusResource::Document(const VxRest::RequestInfo& request, VxRest::ResponseInfo& /*response*/)
