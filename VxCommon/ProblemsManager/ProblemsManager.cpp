@@ -97,7 +97,7 @@ ProblemIterator ProblemsManager::AddImpl(std::string msg, const std::string& sou
 
 ProblemIterator ProblemsManager::Append(Problem problem)
 {
-    const Iterator added = problems_.Append(std::move(problem));
+    Iterator added = problems_.Append(std::move(problem));
     // Without arguments the message is no format: a "%" in it comes out as it is.
     constexpr std::string_view function = "VxCommon::ProblemsManager::AddImpl";
     if (added->severity == VcProblemSeverity_Potential) {

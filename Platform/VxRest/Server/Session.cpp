@@ -39,9 +39,9 @@ constexpr std::size_t WriteTurnBytes = 1024 * 1024;
 /// How long a client whose connection ends may take to notice.
 constexpr std::chrono::milliseconds LingerTime{2000};
 
-Reply TooBusy(std::string detail)
+Reply TooBusy(const std::string& detail)
 {
-    return MakeProblem(Refusal(503, std::move(detail)).With("Retry-After", "1"), false, {});
+    return MakeProblem(Refusal(503, detail).With("Retry-After", "1"), false, {});
 }
 
 bool IsWaiting(const boost::system::error_code& error)
