@@ -130,7 +130,7 @@ TEST_F(NodeStorageTest, DiagnosisCopiesFillTheFreeNumbersAndThenReuseTheLast)
         RemoveFiles();
         files_.Put("x.d02", "old");
         Journal names;
-        for (const unsigned long long maxCopies : {5, 1, 5, 5, 5, 5, 5, 1000}) {
+        for (const unsigned long long maxCopies : {5U, 1U, 5U, 5U, 5U, 5U, 5U, 1000U}) {
             names.push_back(keep(move, maxCopies));
         }
         EXPECT_THAT(names, ElementsAre("x.d01", "x.d01", "x.d03", "x.d04", "x.d05", "x.d05", "x.d05", "x.d06"));
