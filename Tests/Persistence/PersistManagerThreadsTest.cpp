@@ -146,14 +146,14 @@ TEST_F(ManagerThreadsTest, WhoeverReadsAgainHoldsNoLockAndNothingTakesTheFilesPl
         files_.FailNext(FileOp::Download, file, 1, Nucleo::ERROR_IO);
         VxTestSupport::Signal taken;
         std::thread other;
-        time.onSleep = [&] {
+        time.onSleep = [&, &name = file] {
             other = std::thread([&] {
                 manager_->NotifyChange(a_, PersistDomain::GLOBAL);
                 time.calls.back()();  // The automatic save.
                 taken.Set();
             });
             EXPECT_TRUE(taken.Await());
-            EXPECT_EQ(files_.Get(file), good);
+            EXPECT_EQ(files_.Get(name), good);
         };
         load();
         other.join();

@@ -77,7 +77,7 @@ TEST(AppInfoCfgTest, DamageIsReportedAtItsStep)
     for (const auto& [text, failure, readVersion, readType] : cases) {
         SCOPED_TRACE(text.substr(0, 100));
         AppInfoCfg info = Info("old", "old");
-        EXPECT_EQ(Failure([&] { info.Read(text.data(), text.size()); }), failure);
+        EXPECT_EQ(Failure([&, &read = text] { info.Read(read.data(), read.size()); }), failure);
         EXPECT_EQ(info.ProductionVersion(), readVersion);
         EXPECT_EQ(info.ReleaseType(), readType);
     }

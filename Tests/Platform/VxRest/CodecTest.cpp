@@ -106,7 +106,8 @@ TEST(Codec, MalformedBodiesAreRefused)
         {Media::Cbor, "\x81\xA2\x61k\x01\x61k\x02", "\"k\" twice (at \"/0/k\")"},
         {Media::MsgPack, "\x82\xA1k\x01\xA1k\x01", "\"k\" twice (at \"/k\")"}};
     for (const auto& [media, body, place] : repeated) {
-        EXPECT_EQ(VxTestSupport::MessageThrown([&] { Decode(media, body); }), "-997 the body has the member "s + place);
+        EXPECT_EQ(VxTestSupport::MessageThrown([type = media, text = body] { Decode(type, text); }),
+                  "-997 the body has the member "s + place);
     }
     EXPECT_EQ(Decode(Media::Cbor, "\x7F\x61\x61\x61\x62\xFF"), "ab");  // a string in parts is fine
     EXPECT_EQ(Decode(Media::Cbor, "\x9F\x01\xBF\x61k\x02\xFF\xFF"), (json{1, {{"k", 2}}}));
