@@ -1,5 +1,6 @@
 #include <execinfo.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <memory>
 #include <new>
@@ -16,13 +17,13 @@ namespace
 
 constexpr int maxFrames = 32;
 
-// A function of its own in every build, so that the first two frames are always it and the exception's constructor.
-[[gnu::noinline]] std::vector<void*> BackTrace()
+/// The frames from `caller` on. How many lie before it differs: builds inline, and sanitizers put one in between.
+std::vector<void*> BackTrace(const void* caller)
 {
     void* frames[maxFrames];
-    const int count = backtrace(frames, maxFrames);
-    const int skipped = count < 2 ? count : 2;
-    return std::vector<void*>(frames + skipped, frames + count);  // Braces would list two frames.
+    void** const end = frames + backtrace(frames, maxFrames);
+    void** const first = std::find(frames, end, caller);
+    return std::vector<void*>(first != end ? first : frames, end);  // Braces would list two frames.
 }
 
 std::string Words(Nucleo::Status status, const std::string& message)
@@ -53,8 +54,6 @@ std::string ShowNuls(const std::string& text)
     }
 }
 
-Exception::Exception(Location location, Nucleo::Status status) : Exception(location, status, std::string()) {}
-
 Exception::Exception(Location location, Nucleo::Status status, std::string message)
     : status_(status),
       line_(location.line),
@@ -62,7 +61,7 @@ Exception::Exception(Location location, Nucleo::Status status, std::string messa
       function_(location.function),
       message_(message.find('\0') == std::string::npos ? std::move(message) : ShowNuls(message)),
       what_(Words(status_, message_)),
-      trace_(BackTrace())
+      trace_(BackTrace(__builtin_return_address(0)))
 {}
 
 void Exception::Log(const Location& location) const noexcept

@@ -18,11 +18,9 @@ namespace Vx
 class Exception : public std::exception
 {
 public:
-    /// Without a message: what() then says the status in words.
-    Exception(Location location, Nucleo::Status status);
-
-    /// With a message taken as it is, except that a NUL, which would end it, is shown as "\x00".
-    Exception(Location location, Nucleo::Status status, std::string message);
+    /// The message is taken as it is, except that a NUL in it is shown as \x00; without one what() says the status in
+    /// words.
+    Exception(Location location, Nucleo::Status status, std::string message = {});
 
     Nucleo::Status Status() const noexcept { return status_; }
 
