@@ -70,7 +70,8 @@ private:
         const std::string call = verb + PersistDomain_Name(domain);
         journal_.push_back(displayName_ + ": " + call);
         if (const auto action = on.find(call); action != on.end() && action->second) {
-            action->second();
+            const std::function<void()> run = action->second;  // It may replace itself.
+            run();
         }
     }
     void Write(PersistDomain domain, IPersistStore& store)
